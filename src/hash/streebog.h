@@ -1,0 +1,18 @@
+// GOST R 34.11-2012 ("Streebog"), 256- and 512-bit, behind the hash object.
+// Values are little-endian: byte 0 of a block is its least significant byte.
+#pragma once
+
+#include <cstdint>
+
+#include "hash/hash.h"
+
+// Allocates a context for the 256-bit variant (is256 != 0) or the 512-bit one.
+HashContext* streebogAlloc(int is256);
+int streebogInit(HashContext* ctx);
+// Absorbs one 64-byte block and adds bitCount to the length counter.
+void streebogCompress(HashContext* ctx, const uint8_t* block, uint32_t bitCount);
+// Pads the buffered tail, finishes, and leaves the digest at the start of state.
+void streebogFinish(HashContext* ctx);
+
+// The combined substitution/transposition/linear table: T_j[b] at index 256*j + b.
+const uint64_t* streebogTable();

@@ -1,0 +1,45 @@
+#include "run_program.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& cwd) {
+    std::vector<std::string> words = {"veltcheck"};
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& w : words) argv.push_back(w.data());
+    argv.push_back(nullptr);
+
+    int fds[2];
+    if (pipe(fds) != 0) throw std::runtime_error("pipe failed");
+    const pid_t pid = fork();
+    if (pid < 0) throw std::runtime_error("fork failed");
+    if (pid == 0) {
+        dup2(fds[1], STDOUT_FILENO);
+        close(fds[0]);
+        close(fds[1]);
+        if (chdir(cwd.c_str()) != 0) _exit(121);
+        execv(VELTCHECK_BIN, argv.data());
+        _exit(127);
+    }
+    close(fds[1]);
+    RunResult result{{}, -1};
+    char buf[65536];
+    ssize_t got;
+    while ((got = read(fds[0], buf, sizeof buf)) > 0) result.out.append(buf, static_cast<size_t>(got));
+    close(fds[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+    return result;
+}
+
+std::string usageText() {
+    return "veltcheck 1.1.0.205"
+           "\nCommand line format\n- Check file hash: veltcheck [file name]"
+           "\n- Make file hash list: veltcheck -mfhl <out file> [file name 1...]"
+           "\n- Veltora-2 GOST checksum: veltcheck -cs [file name]"
+           "\n- Veltora Admin checksum: veltcheck -ta [file name]\n";
+}

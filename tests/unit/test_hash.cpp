@@ -1,0 +1,200 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "hash/hash.h"
+#include "hash/streebog.h"
+#include "support.h"
+
+using testsupport::fromHex;
+using testsupport::toHex;
+
+namespace {
+
+struct Freer {
+    void operator()(HashContext* c) const { hashFree(c); }
+};
+using HashPtr = std::unique_ptr<HashContext, Freer>;
+
+uint32_t algFor(int bits) { return bits == 256 ? HASH_ALG_GOST12_256 : HASH_ALG_GOST12_512; }
+
+// Feeds data in the given piece sizes (cycled) and returns the direct digest.
+std::string digestInPieces(uint32_t alg, const unsigned char* data, size_t len,
+                           const std::vector<size_t>& pieces) {
+    HashPtr ctx(hashCreate(alg));
+    hashInit(ctx.get());
+    size_t done = 0;
+    for (size_t i = 0; done < len; ++i) {
+        const size_t n = std::min(pieces[i % pieces.size()], len - done);
+        hashUpdate(ctx.get(), data + done, static_cast<uint32_t>(n));
+        done += n;
+    }
+    unsigned char out[64];
+    const uint32_t n = hashFinal(ctx.get(), out, 1);
+    return toHex(out, n);
+}
+
+std::string digestWhole(uint32_t alg, const std::vector<unsigned char>& m) {
+    return digestInPieces(alg, m.data(), m.size(), {m.size() + 1});
+}
+
+struct Vector {
+    int bits;
+    std::vector<unsigned char> message;
+    std::string digest;
+};
+
+std::vector<Vector> loadVectors() {
+    std::ifstream in(VELT_VECTORS_DIR "/streebog.txt");
+    std::vector<Vector> out;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream fields(line);
+        Vector v;
+        std::string message;
+        fields >> v.bits >> message >> v.digest;
+        if (message != "-") v.message = fromHex(message);
+        out.push_back(v);
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST(Streebog, TableMatchesPublishedEntries) {
+    EXPECT_EQ(streebogTable()[0], 0xD01F715B5C7EF8E6ULL);
+    EXPECT_EQ(streebogTable()[1], 0x16FA240980778325ULL);
+}
+
+TEST(Streebog, KnownAnswersWholeSplitAndAfterReset) {
+    const auto vectors = loadVectors();
+    ASSERT_GE(vectors.size(), 8u);
+    for (const auto& v : vectors) {
+        SCOPED_TRACE(std::to_string(v.bits) + " " + v.digest);
+        const uint32_t alg = algFor(v.bits);
+        EXPECT_EQ(digestWhole(alg, v.message), v.digest);
+        EXPECT_EQ(digestInPieces(alg, v.message.data(), v.message.size(), {1}), v.digest);
+        EXPECT_EQ(digestInPieces(alg, v.message.data(), v.message.size(), {5, 61, 3}), v.digest);
+
+        // A finished context starts over cleanly after hashInit.
+        HashPtr ctx(hashCreate(alg));
+        hashInit(ctx.get());
+        hashUpdate(ctx.get(), "junk", 4);
+        unsigned char out[64];
+        hashFinal(ctx.get(), out, 1);
+        hashInit(ctx.get());
+        hashUpdate(ctx.get(), v.message.data(), static_cast<uint32_t>(v.message.size()));
+        EXPECT_EQ(toHex(out, hashFinal(ctx.get(), out, 1)), v.digest);
+    }
+}
+
+// Lengths around the block size, fed whole, byte by byte and in odd pieces
+// from an odd address, against rhash.
+TEST(Streebog, LengthsAroundBlockSizeMatchRhash) {
+    for (size_t len : {0, 1, 63, 64, 65, 127, 128, 129}) {
+        std::vector<unsigned char> storage(len + 8);
+        unsigned char* unaligned = storage.data() + 3;
+        for (size_t i = 0; i < len; ++i) unaligned[i] = static_cast<unsigned char>(i * 131 + 7);
+        const std::string bytes(reinterpret_cast<char*>(unaligned), len);
+        for (int bits : {256, 512}) {
+            SCOPED_TRACE(std::to_string(len) + " bytes, " + std::to_string(bits));
+            const std::string expected = testsupport::rhashBytes("gost12-" + std::to_string(bits), bytes);
+            const uint32_t alg = algFor(bits);
+            EXPECT_EQ(digestInPieces(alg, unaligned, len, {len + 1}), expected);
+            EXPECT_EQ(digestInPieces(alg, unaligned, len, {1}), expected);
+            EXPECT_EQ(digestInPieces(alg, unaligned, len, {7, 64, 13}), expected);
+        }
+    }
+}
+
+TEST(Streebog, RandomCuttingsEqualOneShot) {
+    std::mt19937 rng(20261121);
+    std::vector<unsigned char> message(3000);
+    for (auto& b : message) b = static_cast<unsigned char>(rng());
+    for (uint32_t alg : {HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
+        const std::string whole = digestWhole(alg, message);
+        for (int round = 0; round < 50; ++round) {
+            std::vector<size_t> pieces;
+            for (int i = 0; i < 16; ++i) pieces.push_back(rng() % 200);
+            pieces.push_back(1);  // make progress even if every other piece is 0
+            const size_t offset = rng() % 8;
+            std::vector<unsigned char> shifted(offset + message.size());
+            std::memcpy(shifted.data() + offset, message.data(), message.size());
+            EXPECT_EQ(digestInPieces(alg, shifted.data() + offset, message.size(), pieces), whole);
+        }
+    }
+}
+
+TEST(HashObject, LengthsIdsReversedOutputAndBuffering) {
+    const std::vector<unsigned char> m(128, 0x5A);  // exactly two blocks
+    for (uint32_t alg : {HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
+        HashPtr a(hashCreate(alg)), b(hashCreate(alg));
+        EXPECT_EQ(hashGetAlgId(a.get()), static_cast<int>(alg));
+        hashInit(a.get());
+        hashInit(b.get());
+        EXPECT_EQ(hashUpdate(a.get(), m.data(), 100), 36u);
+        EXPECT_EQ(hashUpdate(a.get(), m.data(), 28), 0u);
+        hashUpdate(b.get(), m.data(), 128);
+        unsigned char direct[64], reversed[64];
+        const uint32_t n = hashFinal(a.get(), direct, 1);
+        EXPECT_EQ(n, alg == HASH_ALG_GOST12_256 ? 32u : 64u);
+        EXPECT_EQ(hashFinal(b.get(), reversed, 0), n);
+        for (uint32_t i = 0; i < n; ++i) EXPECT_EQ(reversed[i], direct[n - 1 - i]);
+    }
+    EXPECT_EQ(hashGetAlgId(nullptr), -1);
+}
+
+TEST(HashObject, CloneContinuesIndependently) {
+    const std::string head = "odd start", tail = " and the rest of the message, long enough to cross a block";
+    HashPtr original(hashCreate(HASH_ALG_GOST12_512));
+    hashInit(original.get());
+    hashUpdate(original.get(), head.data(), static_cast<uint32_t>(head.size()));
+    HashPtr copy(hashClone(original.get()));
+    EXPECT_EQ(hashGetAlgId(copy.get()), HASH_ALG_GOST12_512);
+    hashUpdate(original.get(), tail.data(), static_cast<uint32_t>(tail.size()));
+    hashUpdate(copy.get(), tail.data(), static_cast<uint32_t>(tail.size()));
+    unsigned char a[64], b[64];
+    hashFinal(original.get(), a, 1);
+    hashFinal(copy.get(), b, 1);
+    EXPECT_EQ(toHex(a, 64), toHex(b, 64));
+    const std::string all = head + tail;
+    EXPECT_EQ(toHex(a, 64), digestWhole(HASH_ALG_GOST12_512, std::vector<unsigned char>(all.begin(), all.end())));
+}
+
+TEST(HashObject, ShortDigestIsNotHalfOfLongOne) {
+    const std::vector<unsigned char> m = {'a', 'b', 'c'};
+    const std::string d256 = digestWhole(HASH_ALG_GOST12_256, m), d512 = digestWhole(HASH_ALG_GOST12_512, m);
+    EXPECT_NE(d512.substr(0, 64), d256);
+    EXPECT_NE(d512.substr(64), d256);
+}
+
+// The length counter and the checksum are 512-bit numbers: carries must
+// cross every word. Set them near overflow and absorb one block.
+TEST(Streebog, CounterAndChecksumCarryAcrossWords) {
+    HashPtr ctx(hashCreate(HASH_ALG_GOST12_256));
+    hashInit(ctx.get());
+    uint64_t n[8] = {~uint64_t{0} - 511, ~uint64_t{0}, 7, 0, 0, 0, 0, 0};
+    uint64_t sigma[8];
+    std::memset(sigma, 0xFF, sizeof sigma);
+    std::memcpy(ctx->aux1, n, sizeof n);
+    std::memcpy(ctx->aux2, sigma, sizeof sigma);
+    unsigned char block[64] = {1};  // the number 1
+    streebogCompress(ctx.get(), block, 512);
+    std::memcpy(n, ctx->aux1, sizeof n);
+    std::memcpy(sigma, ctx->aux2, sizeof sigma);
+    EXPECT_EQ(n[0], 0u);
+    EXPECT_EQ(n[1], 0u);
+    EXPECT_EQ(n[2], 8u);
+    for (uint64_t w : sigma) EXPECT_EQ(w, 0u);
+}
+
+TEST(HashObjectDeathTest, UnknownAlgorithmFaults) {
+    EXPECT_DEATH(hashCreate(99), "");
+}
