@@ -1,0 +1,32 @@
+// The card bench: a real pcscd, run by the test binary for its whole life,
+// with vpcd's two virtual readers, into which tests put simulated cards.
+// Linking pcsc_bench.cpp into a test binary starts the daemon before the
+// first test and stops it after the last; the binary fails if it will not
+// come up.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "bench/sim_card.h"
+
+namespace bench {
+
+// vpcd's names of reader 0 and reader 1.
+const char* readerName(int reader);
+
+// Waits until PC/SC reports the reader empty (a card taken out before is
+// seen gone), puts card into reader 0 or 1 and waits until it is reported.
+// Without a reader, the one not used last: pcscd polls readers about twice
+// a second, and the other reader has most likely been seen empty already.
+constexpr int kAnyReader = -1;
+::testing::AssertionResult insertCard(SimCard& card, int reader = kAnyReader);
+// Takes card out and waits until PC/SC reports its reader empty.
+::testing::AssertionResult removeCard(SimCard& card);
+// Waits until PC/SC reports the reader holding a card (present) or empty.
+::testing::AssertionResult waitForCard(int reader, bool present, int timeoutMs = 5000);
+// Whether an application holds a connection to the reader's card now.
+bool cardInUse(int reader);
+
+inline void PrintTo(Protocol p, std::ostream* out) { *out << protocolName(p); }
+
+}  // namespace bench
