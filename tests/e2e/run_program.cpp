@@ -3,9 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <stdexcept>
 
-RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& cwd) {
+RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& cwd,
+                       const std::vector<std::string>& env) {
     std::vector<std::string> words = {"veltcheck"};
     words.insert(words.end(), args.begin(), args.end());
     std::vector<char*> argv;
@@ -21,6 +23,7 @@ RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& 
         close(fds[0]);
         close(fds[1]);
         if (chdir(cwd.c_str()) != 0) _exit(121);
+        for (const auto& entry : env) putenv(const_cast<char*>(entry.c_str()));
         execv(VELTCHECK_BIN, argv.data());
         _exit(127);
     }

@@ -1,0 +1,117 @@
+// "-cs": the Veltora-2 GOST checksum applet.
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "card/checksum.h"
+#include "card/procedure.h"
+#include "card/record.h"
+#include "card/serial.h"
+#include "random/random.h"
+
+namespace {
+
+constexpr DWORD kValueBytes = 32;
+constexpr DWORD kValueResponse = kValueBytes + 2;
+
+enum {
+    kNotFoundOrPrinted = 1,
+    kVerified = 0,
+    kCommandFailed = -1,
+    kInitMismatch = -2,
+    kMismatchOrRandom = -3,
+    kRandomChecksumFailed = -4,
+    kNoRecord = -5,
+    kFileChecksumFailed = -6,
+};
+
+unsigned char kSelect[] = {0x00, 0xA4, 0x04, 0x00, 0x08, 0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x01, 0x01};
+
+// 'get info' with the given P2: 00 serial number, 03 init checksum, 0B PCS.
+bool getInfo(const CardSession& session, unsigned char p2, unsigned char* rx, DWORD* rxLen, DWORD length) {
+    unsigned char command[] = {0x80, 0x38, 0x20, p2, 0x00};
+    return exchangeOk(session, command, sizeof command, rx, rxLen, length);
+}
+
+// 'calculate checksum' over data (the SN or an IV); the card answers 32 bytes.
+bool calculate(const CardSession& session, const unsigned char* data, unsigned char dataLen, unsigned char* rx,
+               DWORD* rxLen) {
+    unsigned char command[38] = {0x80, 0x38, 0x40, 0x00, dataLen};
+    std::memcpy(command + 5, data, dataLen);
+    return exchangeOk(session, command, 5u + dataLen, rx, rxLen, kValueResponse);
+}
+
+int fail(const char* message, int code) {
+    std::printf("%s", message);
+    return code;
+}
+
+}  // namespace
+
+int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
+    std::printf("\r\n %s : ", readerName);
+    const CardSession session(readerName);
+    if (!session.ok()) return fail("card not found", kNotFoundOrPrinted);
+
+    unsigned char rx[kApduBufferBytes] = {};
+    DWORD rxLen = 0;
+    if (!exchangeOk(session, kSelect, sizeof kSelect, rx, &rxLen)) return fail("Veltora-2 GOST not found", kNotFoundOrPrinted);
+
+    // The SN is the 8 bytes just before the status word.
+    if (!getInfo(session, 0x00, rx, &rxLen, 0) || rxLen < kSnBytes + 2) return fail("'get info' error!", kCommandFailed);
+    unsigned char sn[kSnBytes];
+    std::memcpy(sn, rx + rxLen - 2 - kSnBytes, kSnBytes);
+    std::printf("#SN:");
+    printHex(sn, kSnBytes);
+    std::printf(" ");
+
+    if (!getInfo(session, 0x03, rx, &rxLen, kValueResponse)) return fail("'get info' error!", kCommandFailed);
+    std::vector<unsigned char> initCs(rx, rx + kValueBytes);
+
+    char ssn[kSsnBufferChars] = {};
+    if (obtainSpecificSSN(session.card(), session.protocol(), ssn, true) != SSN_OK) calculateSSN(sn, ssn);
+    std::printf("(#SSN:%s) ", ssn);
+    // The SSN applet may be the selected one now.
+    exchangeOk(session, kSelect, sizeof kSelect, rx, &rxLen);
+
+    if (!getInfo(session, 0x0B, rx, &rxLen, kValueResponse)) return fail("'get info' error!", kCommandFailed);
+    const std::vector<unsigned char> cardPcs(rx, rx + kValueBytes);
+
+    if (!calculate(session, sn, kSnBytes, rx, &rxLen)) return fail("'calculate checksum'(from SN) error!", kCommandFailed);
+    if (std::memcmp(rx, initCs.data(), kValueBytes) != 0) return fail("cs_init error!", kInitMismatch);
+    std::puts("cs_init - Ok!\r");
+
+    if (action == 1) {
+        unsigned char seed[] = {0x80, 0x3E, 0xD0, 0x00, 0x20};
+        const int seeded = seedFromCard(session, seed, sizeof seed, rx);
+        if (seeded != 0) return seeded;
+        std::vector<unsigned char> iv(kValueBytes, 0);
+        if (fGetRandom(iv.data(), kValueBytes) != RANDOM_OK) return fail("'get random' error!", kMismatchOrRandom);
+        if (!calculate(session, iv.data(), kValueBytes, rx, &rxLen))
+            return fail("'calculate checksum'(from rnd) error!", kRandomChecksumFailed);
+        const std::vector<unsigned char> cs(rx, rx + kValueBytes);
+        printRecord(sn, ssn, iv, cs, cardPcs);
+        return kNotFoundOrPrinted;
+    }
+    if (action != 2) return kVerified;
+
+    std::printf(" %s : #SN:", readerName);
+    printHex(sn, kSnBytes);
+    std::printf(" (#SSN:%s) ", ssn);
+    std::vector<unsigned char> iv, fileCs, filePcs;
+    if (recordFile == nullptr || findChecksumRecord(recordFile, sn, kValueBytes, iv, fileCs, filePcs) != RECORD_OK) {
+        std::printf("SN found error in file %s!", recordFile != nullptr ? recordFile : "(null)");
+        return kNoRecord;
+    }
+    if (!calculate(session, iv.data(), kValueBytes, rx, &rxLen))
+        return fail("'calculate checksum'(for IV from file) error!", kFileChecksumFailed);
+    // The checksum is compared first; only the first difference is reported.
+    if (std::memcmp(rx, fileCs.data(), kValueBytes) != 0) return fail("cs_file error!", kMismatchOrRandom);
+    if (cardPcs != filePcs) return fail("pcs_file error!", kMismatchOrRandom);
+    std::puts("cs_pcs_file - Ok!\r");
+    return kVerified;
+}
+
+int enumerateReadersDoCS(const char* recordFile, int action) {
+    return enumerateReaders(doCheckSummPX2, recordFile, action);
+}

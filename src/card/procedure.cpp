@@ -1,0 +1,90 @@
+#include "card/procedure.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "random/random.h"
+
+namespace {
+
+constexpr DWORD kReaderListChars = 2048;
+constexpr DWORD kSeedAnswerBytes = 32;
+constexpr int kRandomFailure = -3;
+constexpr int kSeedFailure = -1;
+
+}  // namespace
+
+void printHex(const unsigned char* data, size_t len) {
+    for (size_t i = 0; i < len; ++i) std::printf("%02X", data[i]);
+}
+
+bool exchangeOk(const CardSession& session, unsigned char* command, DWORD commandLength, unsigned char* rx,
+                DWORD* rxLen, DWORD length) {
+    const LONG result = session.transmit(command, commandLength, rx, rxLen);
+    return apduOk(result, rx, *rxLen) && (length == 0 || *rxLen == length);
+}
+
+int seedFromCard(const CardSession& session, unsigned char* seedCommand, DWORD seedCommandLength,
+                 unsigned char* rx) {
+    if (fGetRandomState() > RANDOM_SEEDED_URANDOM) return 0;
+    DWORD firstLen = kApduBufferBytes;
+    LONG result = SendAPDU(session.card(), session.protocol(), seedCommand, seedCommandLength, rx, &firstLen);
+    bool ok = apduOk(result, rx, firstLen);
+    if (ok) {
+        // The second answer goes right after the first 32 bytes, offered as
+        // much room as the first answer took, but never past the buffer.
+        DWORD secondLen = firstLen < kApduBufferBytes - kSeedAnswerBytes ? firstLen : kApduBufferBytes - kSeedAnswerBytes;
+        result = SendAPDU(session.card(), session.protocol(), seedCommand, seedCommandLength, rx + kSeedAnswerBytes,
+                          &secondLen);
+        ok = apduOk(result, rx + kSeedAnswerBytes, secondLen);
+    }
+    if (!ok) {
+        std::printf("'receive random seed' error!");
+        return kSeedFailure;
+    }
+    if (fInitRandom(rx) != RANDOM_OK) {
+        std::printf("'init random' error!");
+        return kRandomFailure;
+    }
+    return 0;
+}
+
+void printRecord(const unsigned char* sn, const char* ssn, const std::vector<unsigned char>& iv,
+                 const std::vector<unsigned char>& cs, const std::vector<unsigned char>& pcs) {
+    std::printf("#SN:");
+    printHex(sn, 8);
+    std::printf("(#SSN:%s)", ssn);
+    std::printf("#IV:");
+    printHex(iv.data(), iv.size());
+    std::printf("#CS:");
+    printHex(cs.data(), cs.size());
+    std::printf("#PCS:");
+    printHex(pcs.data(), pcs.size());
+    char stamp[80] = {};
+    const std::time_t now = std::time(nullptr);
+    if (const std::tm* local = std::localtime(&now)) std::strftime(stamp, sizeof stamp, "%x_%X", local);
+    std::printf("#GEN_TIME:%s", stamp);
+    std::puts("\r");
+}
+
+int enumerateReaders(int (*procedure)(const char*, const char*, int), const char* recordFile, int action) {
+    SCARDCONTEXT context = 0;
+    if (SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context) != SCARD_S_SUCCESS) return 0;
+    // Two spare NULs keep the walk below inside the buffer whatever the list holds.
+    char readers[kReaderListChars + 2] = {};
+    DWORD length = kReaderListChars;
+    const LONG listed = SCardListReaders(context, nullptr, readers, &length);
+    SCardReleaseContext(context);
+    if (listed != SCARD_S_SUCCESS || readers[0] == '\0') {
+        std::printf("\r\nReaders list is empty");
+        return 0;
+    }
+    int result = 0;
+    for (const char* name = readers; *name != '\0'; name += std::strlen(name) + 1) {
+        // Each reader is visited; only the last one's result is kept.
+        result = procedure(name, recordFile, action);
+    }
+    std::puts("\r");
+    return result;
+}
