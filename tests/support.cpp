@@ -29,17 +29,34 @@ std::vector<unsigned char> fromHex(const std::string& hex) {
     return out;
 }
 
-std::string rhashFile(const std::string& algorithm, const std::string& path) {
-    const std::string command = "rhash --printf='%{" + algorithm + "}' '" + path + "' 2>/dev/null";
+namespace {
+
+// The standard output of a shell command, upper-cased; throws if it fails or says nothing.
+std::string upperOutputOf(const std::string& command) {
     FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) throw std::runtime_error("cannot run rhash");
+    if (pipe == nullptr) throw std::runtime_error("cannot run: " + command);
     std::string out;
     char buf[256];
     size_t got;
     while ((got = std::fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, got);
-    if (pclose(pipe) != 0 || out.empty()) throw std::runtime_error("rhash failed: " + command);
+    if (pclose(pipe) != 0 || out.empty()) throw std::runtime_error("failed: " + command);
+    while (!out.empty() && (out.back() == '\n' || out.back() == ' ')) out.pop_back();
     for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return out;
+}
+
+}  // namespace
+
+std::string rhashFile(const std::string& algorithm, const std::string& path) {
+    return upperOutputOf("rhash --printf='%{" + algorithm + "}' '" + path + "' 2>/dev/null");
+}
+
+std::string opensslHmac(const std::string& md, const std::string& hexKey, const std::string& bytes) {
+    TempDir dir;
+    writeFile(dir.file("data"), bytes);
+    const std::string out = upperOutputOf("openssl dgst -engine gost -" + md + " -mac hmac -macopt hexkey:" + hexKey +
+                                          " '" + dir.file("data") + "' 2>/dev/null");
+    return out.substr(out.rfind(' ') + 1);
 }
 
 std::string rhashBytes(const std::string& algorithm, const std::string& bytes) {

@@ -14,6 +14,9 @@ std::string rhashFile(const std::string& algorithm, const std::string& path);
 // The same for bytes, through a scratch file.
 std::string rhashBytes(const std::string& algorithm, const std::string& bytes);
 
+// HMAC of bytes by OpenSSL's GOST engine, upper-case hex; md is e.g. "md_gost12_256".
+std::string opensslHmac(const std::string& md, const std::string& hexKey, const std::string& bytes);
+
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
 

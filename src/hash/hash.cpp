@@ -4,12 +4,14 @@
 #include <cstring>
 #include <new>
 
+#include "hash/gost94.h"
 #include "hash/streebog.h"
 
 namespace {
 
 HashContext* allocateFor(uint32_t algId) {
     switch (algId) {
+        case HASH_ALG_GOST94: return gost94Alloc();
         case HASH_ALG_GOST12_256: return streebogAlloc(1);
         case HASH_ALG_GOST12_512: return streebogAlloc(0);
         default: return nullptr;

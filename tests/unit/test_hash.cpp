@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "hash/gost94.h"
 #include "hash/hash.h"
 #include "hash/streebog.h"
 #include "support.h"
@@ -23,6 +24,11 @@ struct Freer {
 using HashPtr = std::unique_ptr<HashContext, Freer>;
 
 uint32_t algFor(int bits) { return bits == 256 ? HASH_ALG_GOST12_256 : HASH_ALG_GOST12_512; }
+
+// rhash's name for each algorithm, direct byte order.
+const char* rhashName(uint32_t alg) {
+    return alg == HASH_ALG_GOST94 ? "gost94-cryptopro" : alg == HASH_ALG_GOST12_256 ? "gost12-256" : "gost12-512";
+}
 
 // Feeds data in the given piece sizes (cycled) and returns the direct digest.
 std::string digestInPieces(uint32_t alg, const unsigned char* data, size_t len,
@@ -95,18 +101,17 @@ TEST(Streebog, KnownAnswersWholeSplitAndAfterReset) {
     }
 }
 
-// Lengths around the block size, fed whole, byte by byte and in odd pieces
-// from an odd address, against rhash.
-TEST(Streebog, LengthsAroundBlockSizeMatchRhash) {
-    for (size_t len : {0, 1, 63, 64, 65, 127, 128, 129}) {
+// Lengths around both block sizes (32 and 64), fed whole, byte by byte and
+// in odd pieces from an odd address, against rhash.
+TEST(HashObject, LengthsAroundBlockSizesMatchRhash) {
+    for (size_t len : {0, 1, 31, 32, 33, 63, 64, 65, 127, 128, 129, 1000}) {
         std::vector<unsigned char> storage(len + 8);
         unsigned char* unaligned = storage.data() + 3;
         for (size_t i = 0; i < len; ++i) unaligned[i] = static_cast<unsigned char>(i * 131 + 7);
         const std::string bytes(reinterpret_cast<char*>(unaligned), len);
-        for (int bits : {256, 512}) {
-            SCOPED_TRACE(std::to_string(len) + " bytes, " + std::to_string(bits));
-            const std::string expected = testsupport::rhashBytes("gost12-" + std::to_string(bits), bytes);
-            const uint32_t alg = algFor(bits);
+        for (uint32_t alg : {HASH_ALG_GOST94, HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
+            SCOPED_TRACE(std::to_string(len) + " bytes, " + rhashName(alg));
+            const std::string expected = testsupport::rhashBytes(rhashName(alg), bytes);
             EXPECT_EQ(digestInPieces(alg, unaligned, len, {len + 1}), expected);
             EXPECT_EQ(digestInPieces(alg, unaligned, len, {1}), expected);
             EXPECT_EQ(digestInPieces(alg, unaligned, len, {7, 64, 13}), expected);
@@ -114,11 +119,11 @@ TEST(Streebog, LengthsAroundBlockSizeMatchRhash) {
     }
 }
 
-TEST(Streebog, RandomCuttingsEqualOneShot) {
+TEST(HashObject, RandomCuttingsEqualOneShot) {
     std::mt19937 rng(20261121);
     std::vector<unsigned char> message(3000);
     for (auto& b : message) b = static_cast<unsigned char>(rng());
-    for (uint32_t alg : {HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
+    for (uint32_t alg : {HASH_ALG_GOST94, HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
         const std::string whole = digestWhole(alg, message);
         for (int round = 0; round < 50; ++round) {
             std::vector<size_t> pieces;
@@ -134,17 +139,17 @@ TEST(Streebog, RandomCuttingsEqualOneShot) {
 
 TEST(HashObject, LengthsIdsReversedOutputAndBuffering) {
     const std::vector<unsigned char> m(128, 0x5A);  // exactly two blocks
-    for (uint32_t alg : {HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
+    for (uint32_t alg : {HASH_ALG_GOST94, HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
         HashPtr a(hashCreate(alg)), b(hashCreate(alg));
         EXPECT_EQ(hashGetAlgId(a.get()), static_cast<int>(alg));
         hashInit(a.get());
         hashInit(b.get());
-        EXPECT_EQ(hashUpdate(a.get(), m.data(), 100), 36u);
+        EXPECT_EQ(hashUpdate(a.get(), m.data(), 100), 100 % a->blockLen);
         EXPECT_EQ(hashUpdate(a.get(), m.data(), 28), 0u);
         hashUpdate(b.get(), m.data(), 128);
         unsigned char direct[64], reversed[64];
         const uint32_t n = hashFinal(a.get(), direct, 1);
-        EXPECT_EQ(n, alg == HASH_ALG_GOST12_256 ? 32u : 64u);
+        EXPECT_EQ(n, alg == HASH_ALG_GOST12_512 ? 64u : 32u);
         EXPECT_EQ(hashFinal(b.get(), reversed, 0), n);
         for (uint32_t i = 0; i < n; ++i) EXPECT_EQ(reversed[i], direct[n - 1 - i]);
     }
@@ -193,6 +198,31 @@ TEST(Streebog, CounterAndChecksumCarryAcrossWords) {
     EXPECT_EQ(n[1], 0u);
     EXPECT_EQ(n[2], 8u);
     for (uint64_t w : sigma) EXPECT_EQ(w, 0u);
+}
+
+TEST(Gost94, KnownAnswersAndLengthCarry) {
+    EXPECT_EQ(digestWhole(HASH_ALG_GOST94, {}), "981E5F3CA30C841487830F84FB433E13AC1101569B9C13584AC483234CD656C0");
+    EXPECT_EQ(digestWhole(HASH_ALG_GOST94, {'a', 'b', 'c'}),
+              "B285056DBF18D7392D7677369524DD14747459ED8143997E163B2986F92FD42C");
+    // 33 bytes: a whole block, then one byte padded with bit count 8; L ends at 264.
+    HashPtr ctx(hashCreate(HASH_ALG_GOST94));
+    hashInit(ctx.get());
+    const std::vector<unsigned char> m(33, 0x61);
+    hashUpdate(ctx.get(), m.data(), 33);
+    unsigned char out[32];
+    EXPECT_EQ(hashFinal(ctx.get(), out, 1), 32u);
+    uint32_t length[8];
+    std::memcpy(length, ctx->aux1, sizeof length);
+    EXPECT_EQ(length[0], 264u);
+    // The 256-bit length carries out of its lowest words.
+    hashInit(ctx.get());
+    const uint32_t nearWrap[8] = {0xFFFFFF80u, 0xFFFFFFFFu, 5};
+    std::memcpy(ctx->aux1, nearWrap, sizeof nearWrap);
+    gost94Compress(ctx.get(), m.data(), 256);
+    std::memcpy(length, ctx->aux1, sizeof length);
+    EXPECT_EQ(length[0], 0x80u);
+    EXPECT_EQ(length[1], 0u);
+    EXPECT_EQ(length[2], 6u);
 }
 
 TEST(HashObjectDeathTest, UnknownAlgorithmFaults) {
