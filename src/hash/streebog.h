@@ -16,3 +16,20 @@ void streebogFinish(HashContext* ctx);
 
 // The combined substitution/transposition/linear table: T_j[b] at index 256*j + b.
 const uint64_t* streebogTable();
+
+// Compressions. The fastest one the CPU supports is chosen at start-up;
+// tests and benchmarks may choose another for the contexts made after.
+enum StreebogImpl {
+    STREEBOG_IMPL_TABLE = 0,        // portable, 64-bit table words
+    STREEBOG_IMPL_TABLE_SSE2 = 1,   // 32-bit x86 only: table words in SSE2 registers
+    STREEBOG_IMPL_AVX512_GFNI = 2,  // AVX-512 VBMI and GFNI
+    STREEBOG_IMPL_COUNT = 3,
+};
+
+// 1 if this build and CPU can run impl.
+int streebogImplAvailable(int impl);
+// Makes impl the one new contexts use; 0, or -1 if it is not available.
+int streebogSetImpl(int impl);
+// The one new contexts use.
+int streebogGetImpl();
+const char* streebogImplName(int impl);

@@ -19,20 +19,19 @@ using testsupport::toHex;
 namespace {
 
 struct Freer {
-    void operator()(HashContext* c) const { hashFree(c); }
+    void operator()(HashContext *c) const { hashFree(c); }
 };
 using HashPtr = std::unique_ptr<HashContext, Freer>;
 
 uint32_t algFor(int bits) { return bits == 256 ? HASH_ALG_GOST12_256 : HASH_ALG_GOST12_512; }
 
 // rhash's name for each algorithm, direct byte order.
-const char* rhashName(uint32_t alg) {
+const char *rhashName(uint32_t alg) {
     return alg == HASH_ALG_GOST94 ? "gost94-cryptopro" : alg == HASH_ALG_GOST12_256 ? "gost12-256" : "gost12-512";
 }
 
 // Feeds data in the given piece sizes (cycled) and returns the direct digest.
-std::string digestInPieces(uint32_t alg, const unsigned char* data, size_t len,
-                           const std::vector<size_t>& pieces) {
+std::string digestInPieces(uint32_t alg, const unsigned char *data, size_t len, const std::vector<size_t> &pieces) {
     HashPtr ctx(hashCreate(alg));
     hashInit(ctx.get());
     size_t done = 0;
@@ -46,7 +45,7 @@ std::string digestInPieces(uint32_t alg, const unsigned char* data, size_t len,
     return toHex(out, n);
 }
 
-std::string digestWhole(uint32_t alg, const std::vector<unsigned char>& m) {
+std::string digestWhole(uint32_t alg, const std::vector<unsigned char> &m) {
     return digestInPieces(alg, m.data(), m.size(), {m.size() + 1});
 }
 
@@ -72,7 +71,36 @@ std::vector<Vector> loadVectors() {
     return out;
 }
 
+// Runs body once with every compression this build and CPU can run.
+template <class Body>
+void forEachImpl(Body body) {
+    const int saved = streebogGetImpl();
+    int ran = 0;
+    for (int impl = 0; impl < STREEBOG_IMPL_COUNT; ++impl) {
+        if (!streebogImplAvailable(impl)) continue;
+        SCOPED_TRACE(streebogImplName(impl));
+        ASSERT_EQ(streebogSetImpl(impl), 0);
+        body();
+        ++ran;
+    }
+    streebogSetImpl(saved);
+    EXPECT_GE(ran, 1);
+}
+
 }  // namespace
+
+TEST(Streebog, ImplementationsOnOffer) {
+    EXPECT_TRUE(streebogImplAvailable(STREEBOG_IMPL_TABLE));
+    EXPECT_EQ(streebogSetImpl(STREEBOG_IMPL_COUNT), -1);
+    EXPECT_EQ(streebogSetImpl(-1), -1);
+#if defined(__i386__)
+    // Every x86 CPU this program meets has SSE2; it must be chosen over plain
+    // tables.
+    EXPECT_NE(streebogGetImpl(), STREEBOG_IMPL_TABLE);
+#else
+    EXPECT_FALSE(streebogImplAvailable(STREEBOG_IMPL_TABLE_SSE2));
+#endif
+}
 
 TEST(Streebog, TableMatchesPublishedEntries) {
     EXPECT_EQ(streebogTable()[0], 0xD01F715B5C7EF8E6ULL);
@@ -80,61 +108,67 @@ TEST(Streebog, TableMatchesPublishedEntries) {
 }
 
 TEST(Streebog, KnownAnswersWholeSplitAndAfterReset) {
-    const auto vectors = loadVectors();
-    ASSERT_GE(vectors.size(), 8u);
-    for (const auto& v : vectors) {
-        SCOPED_TRACE(std::to_string(v.bits) + " " + v.digest);
-        const uint32_t alg = algFor(v.bits);
-        EXPECT_EQ(digestWhole(alg, v.message), v.digest);
-        EXPECT_EQ(digestInPieces(alg, v.message.data(), v.message.size(), {1}), v.digest);
-        EXPECT_EQ(digestInPieces(alg, v.message.data(), v.message.size(), {5, 61, 3}), v.digest);
+    forEachImpl([] {
+        const auto vectors = loadVectors();
+        ASSERT_GE(vectors.size(), 8u);
+        for (const auto &v : vectors) {
+            SCOPED_TRACE(std::to_string(v.bits) + " " + v.digest);
+            const uint32_t alg = algFor(v.bits);
+            EXPECT_EQ(digestWhole(alg, v.message), v.digest);
+            EXPECT_EQ(digestInPieces(alg, v.message.data(), v.message.size(), {1}), v.digest);
+            EXPECT_EQ(digestInPieces(alg, v.message.data(), v.message.size(), {5, 61, 3}), v.digest);
 
-        // A finished context starts over cleanly after hashInit.
-        HashPtr ctx(hashCreate(alg));
-        hashInit(ctx.get());
-        hashUpdate(ctx.get(), "junk", 4);
-        unsigned char out[64];
-        hashFinal(ctx.get(), out, 1);
-        hashInit(ctx.get());
-        hashUpdate(ctx.get(), v.message.data(), static_cast<uint32_t>(v.message.size()));
-        EXPECT_EQ(toHex(out, hashFinal(ctx.get(), out, 1)), v.digest);
-    }
+            // A finished context starts over cleanly after hashInit.
+            HashPtr ctx(hashCreate(alg));
+            hashInit(ctx.get());
+            hashUpdate(ctx.get(), "junk", 4);
+            unsigned char out[64];
+            hashFinal(ctx.get(), out, 1);
+            hashInit(ctx.get());
+            hashUpdate(ctx.get(), v.message.data(), static_cast<uint32_t>(v.message.size()));
+            EXPECT_EQ(toHex(out, hashFinal(ctx.get(), out, 1)), v.digest);
+        }
+    });
 }
 
 // Lengths around both block sizes (32 and 64), fed whole, byte by byte and
 // in odd pieces from an odd address, against rhash.
 TEST(HashObject, LengthsAroundBlockSizesMatchRhash) {
-    for (size_t len : {0, 1, 31, 32, 33, 63, 64, 65, 127, 128, 129, 1000}) {
-        std::vector<unsigned char> storage(len + 8);
-        unsigned char* unaligned = storage.data() + 3;
-        for (size_t i = 0; i < len; ++i) unaligned[i] = static_cast<unsigned char>(i * 131 + 7);
-        const std::string bytes(reinterpret_cast<char*>(unaligned), len);
-        for (uint32_t alg : {HASH_ALG_GOST94, HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
-            SCOPED_TRACE(std::to_string(len) + " bytes, " + rhashName(alg));
-            const std::string expected = testsupport::rhashBytes(rhashName(alg), bytes);
-            EXPECT_EQ(digestInPieces(alg, unaligned, len, {len + 1}), expected);
-            EXPECT_EQ(digestInPieces(alg, unaligned, len, {1}), expected);
-            EXPECT_EQ(digestInPieces(alg, unaligned, len, {7, 64, 13}), expected);
+    forEachImpl([] {
+        for (size_t len : {0, 1, 31, 32, 33, 63, 64, 65, 127, 128, 129, 1000}) {
+            std::vector<unsigned char> storage(len + 8);
+            unsigned char *unaligned = storage.data() + 3;
+            for (size_t i = 0; i < len; ++i) unaligned[i] = static_cast<unsigned char>(i * 131 + 7);
+            const std::string bytes(reinterpret_cast<char *>(unaligned), len);
+            for (uint32_t alg : {HASH_ALG_GOST94, HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
+                SCOPED_TRACE(std::to_string(len) + " bytes, " + rhashName(alg));
+                const std::string expected = testsupport::rhashBytes(rhashName(alg), bytes);
+                EXPECT_EQ(digestInPieces(alg, unaligned, len, {len + 1}), expected);
+                EXPECT_EQ(digestInPieces(alg, unaligned, len, {1}), expected);
+                EXPECT_EQ(digestInPieces(alg, unaligned, len, {7, 64, 13}), expected);
+            }
         }
-    }
+    });
 }
 
 TEST(HashObject, RandomCuttingsEqualOneShot) {
-    std::mt19937 rng(20261121);
-    std::vector<unsigned char> message(3000);
-    for (auto& b : message) b = static_cast<unsigned char>(rng());
-    for (uint32_t alg : {HASH_ALG_GOST94, HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
-        const std::string whole = digestWhole(alg, message);
-        for (int round = 0; round < 50; ++round) {
-            std::vector<size_t> pieces;
-            for (int i = 0; i < 16; ++i) pieces.push_back(rng() % 200);
-            pieces.push_back(1);  // make progress even if every other piece is 0
-            const size_t offset = rng() % 8;
-            std::vector<unsigned char> shifted(offset + message.size());
-            std::memcpy(shifted.data() + offset, message.data(), message.size());
-            EXPECT_EQ(digestInPieces(alg, shifted.data() + offset, message.size(), pieces), whole);
+    forEachImpl([] {
+        std::mt19937 rng(20261121);
+        std::vector<unsigned char> message(3000);
+        for (auto &b : message) b = static_cast<unsigned char>(rng());
+        for (uint32_t alg : {HASH_ALG_GOST94, HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
+            const std::string whole = digestWhole(alg, message);
+            for (int round = 0; round < 50; ++round) {
+                std::vector<size_t> pieces;
+                for (int i = 0; i < 16; ++i) pieces.push_back(rng() % 200);
+                pieces.push_back(1);  // make progress even if every other piece is 0
+                const size_t offset = rng() % 8;
+                std::vector<unsigned char> shifted(offset + message.size());
+                std::memcpy(shifted.data() + offset, message.data(), message.size());
+                EXPECT_EQ(digestInPieces(alg, shifted.data() + offset, message.size(), pieces), whole);
+            }
         }
-    }
+    });
 }
 
 TEST(HashObject, LengthsIdsReversedOutputAndBuffering) {
@@ -204,7 +238,8 @@ TEST(Gost94, KnownAnswersAndLengthCarry) {
     EXPECT_EQ(digestWhole(HASH_ALG_GOST94, {}), "981E5F3CA30C841487830F84FB433E13AC1101569B9C13584AC483234CD656C0");
     EXPECT_EQ(digestWhole(HASH_ALG_GOST94, {'a', 'b', 'c'}),
               "B285056DBF18D7392D7677369524DD14747459ED8143997E163B2986F92FD42C");
-    // 33 bytes: a whole block, then one byte padded with bit count 8; L ends at 264.
+    // 33 bytes: a whole block, then one byte padded with bit count 8; L ends at
+    // 264.
     HashPtr ctx(hashCreate(HASH_ALG_GOST94));
     hashInit(ctx.get());
     const std::vector<unsigned char> m(33, 0x61);
@@ -225,6 +260,4 @@ TEST(Gost94, KnownAnswersAndLengthCarry) {
     EXPECT_EQ(length[2], 6u);
 }
 
-TEST(HashObjectDeathTest, UnknownAlgorithmFaults) {
-    EXPECT_DEATH(hashCreate(99), "");
-}
+TEST(HashObjectDeathTest, UnknownAlgorithmFaults) { EXPECT_DEATH(hashCreate(99), ""); }
