@@ -25,7 +25,15 @@ enum {
     kFileChecksumFailed = -6,
 };
 
-unsigned char kSelect[] = {0x00, 0xA4, 0x04, 0x00, 0x08, 0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x01, 0x01};
+constexpr unsigned char kSelect[] = {0x00, 0xA4, 0x04, 0x00, 0x08, 0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x01, 0x01};
+
+// A fresh copy every time: a card's 6C xx answer rewrites the command's last
+// byte, and that must not follow the procedure to the next card.
+bool selectApplet(const CardSession& session, unsigned char* rx, DWORD* rxLen) {
+    unsigned char command[sizeof kSelect];
+    std::memcpy(command, kSelect, sizeof command);
+    return exchangeOk(session, command, sizeof command, rx, rxLen);
+}
 
 // 'get info' with the given P2: 00 serial number, 03 init checksum, 0B PCS.
 bool getInfo(const CardSession& session, unsigned char p2, unsigned char* rx, DWORD* rxLen, DWORD length) {
@@ -55,7 +63,7 @@ int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
 
     unsigned char rx[kApduBufferBytes] = {};
     DWORD rxLen = 0;
-    if (!exchangeOk(session, kSelect, sizeof kSelect, rx, &rxLen)) return fail("Veltora-2 GOST not found", kNotFoundOrPrinted);
+    if (!selectApplet(session, rx, &rxLen)) return fail("Veltora-2 GOST not found", kNotFoundOrPrinted);
 
     // The SN is the 8 bytes just before the status word.
     if (!getInfo(session, 0x00, rx, &rxLen, 0) || rxLen < kSnBytes + 2) return fail("'get info' error!", kCommandFailed);
@@ -72,7 +80,7 @@ int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
     if (obtainSpecificSSN(session.card(), session.protocol(), ssn, true) != SSN_OK) calculateSSN(sn, ssn);
     std::printf("(#SSN:%s) ", ssn);
     // The SSN applet may be the selected one now.
-    exchangeOk(session, kSelect, sizeof kSelect, rx, &rxLen);
+    selectApplet(session, rx, &rxLen);
 
     if (!getInfo(session, 0x0B, rx, &rxLen, kValueResponse)) return fail("'get info' error!", kCommandFailed);
     const std::vector<unsigned char> cardPcs(rx, rx + kValueBytes);

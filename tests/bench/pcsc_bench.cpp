@@ -48,9 +48,9 @@ bool bothReadersListed() {
            list.find(std::string(readerName(1)) + '\0') != std::string::npos;
 }
 
-void stopDaemon() {
+void stopDaemonWith(int signal) {
     if (gDaemon <= 0) return;
-    kill(gDaemon, SIGTERM);
+    kill(gDaemon, signal);
     const auto deadline = Clock::now() + std::chrono::seconds(5);
     while (waitpid(gDaemon, nullptr, WNOHANG) == 0) {
         if (Clock::now() > deadline) {
@@ -62,6 +62,8 @@ void stopDaemon() {
     }
     gDaemon = -1;
 }
+
+void stopDaemon() { stopDaemonWith(SIGTERM); }
 
 // Empty on success, else why the bench is not usable.
 std::string startDaemon() {
@@ -110,6 +112,16 @@ SCARD_READERSTATE unawareOf(int reader) {
     return state;
 }
 
+// PC/SC's count of insertions and removals seen in the reader (the high word
+// of the event state), and its value when each reader's card was last put in.
+DWORD cardEvents(int reader) {
+    Context context;
+    SCARD_READERSTATE state = unawareOf(reader);
+    if (context.handle == 0 || SCardGetStatusChange(context.handle, 0, &state, 1) != SCARD_S_SUCCESS) return 0;
+    return state.dwEventState >> 16;
+}
+DWORD gEventsAtInsert[2];
+
 class PcscEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
@@ -131,7 +143,20 @@ const char* readerName(int reader) { return reader == 0 ? "Virtual PCD 00 00" : 
     lastReader = reader;
     if (::testing::AssertionResult empty = waitForCard(reader, false); !empty) return empty;
     if (!card.insert(reader)) return ::testing::AssertionFailure() << "vpcd's port of reader " << reader << " refused";
-    return waitForCard(reader, true);
+    ::testing::AssertionResult present = waitForCard(reader, true);
+    gEventsAtInsert[reader] = cardEvents(reader);
+    return present;
+}
+
+::testing::AssertionResult reinsertCard(SimCard& card) {
+    const int reader = card.reader();
+    const auto deadline = Clock::now() + std::chrono::seconds(5);
+    while (cardEvents(reader) == gEventsAtInsert[reader]) {
+        if (Clock::now() > deadline)
+            return ::testing::AssertionFailure() << "PC/SC did not see the card leave " << readerName(reader);
+        std::this_thread::sleep_for(milliseconds(20));
+    }
+    return insertCard(card, reader);
 }
 
 ::testing::AssertionResult removeCard(SimCard& card) {
@@ -154,6 +179,14 @@ const char* readerName(int reader) { return reader == 0 ? "Virtual PCD 00 00" : 
     }
     return ::testing::AssertionFailure() << readerName(reader) << " not " << (present ? "holding a card" : "empty")
                                          << " after " << timeoutMs << " ms";
+}
+
+void stopPcscd(int signal) { stopDaemonWith(signal); }
+
+::testing::AssertionResult startPcscd() {
+    const std::string error = startDaemon();
+    if (error.empty()) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "card bench: " << error;
 }
 
 bool cardInUse(int reader) {

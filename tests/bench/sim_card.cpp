@@ -128,6 +128,11 @@ void SimCard::clearLog() {
     log_.clear();
 }
 
+void SimCard::setResponder(Responder responder) {
+    std::lock_guard<std::mutex> lock(logMutex_);
+    responder_ = std::move(responder);
+}
+
 void SimCard::run() {
     for (;;) {
         unsigned char header[2];
@@ -144,11 +149,14 @@ void SimCard::run() {
             if (payload[0] == 2) ++resets_;
             continue;
         }
+        Responder responder;
         {
             std::lock_guard<std::mutex> lock(logMutex_);
             log_.push_back(testsupport::toHex(payload.data(), payload.size()));
+            responder = responder_;
         }
-        const Bytes response = answer(payload);
+        Bytes response = answer(payload);
+        if (responder) response = responder(payload, response);
         if (response.empty()) {
             shutdown(fd_, SHUT_RDWR);
             return;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -75,6 +76,12 @@ public:
     // Resets vpcd has passed on since insert().
     int resets() const { return resets_; }
 
+    // Sees every command with the answer the card would give and returns the
+    // one to send instead (empty pulls the card out, as a fault's does). Unlike
+    // the fields above, it may be changed while the card is in.
+    using Responder = std::function<Bytes(const Bytes& command, const Bytes& answer)>;
+    void setResponder(Responder responder);
+
 private:
     void run();
     Bytes answer(const Bytes& command);
@@ -87,6 +94,7 @@ private:
     std::thread thread_;
     mutable std::mutex logMutex_;
     std::vector<std::string> log_;
+    Responder responder_;  // guarded by logMutex_
     std::atomic<int> resets_{0};
     // Touched by the card's thread only.
     Bytes selected_;
