@@ -19,8 +19,10 @@
 #define VELT_AVX512 __attribute__((target("avx512f,avx512bw,avx512vbmi,gfni")))
 
 // GCC 12's vpermb intrinsic starts from an "undefined" register and then
-// warns about it at every use.
+// warns about it at every use; clang has no such warning to silence.
+#if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 
 namespace streebog {
 namespace {
