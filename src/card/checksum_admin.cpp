@@ -32,11 +32,6 @@ bool calculate(const CardSession& session, const unsigned char* data, unsigned c
     return exchangeOk(session, command, 5 + kValueBytes, rx, rxLen, kValueResponse);
 }
 
-int fail(const char* message, int code) {
-    std::printf("%s", message);
-    return code;
-}
-
 }  // namespace
 
 int doCheckSummTA(const char* readerName, const char* recordFile, int action) {
@@ -85,21 +80,14 @@ int doCheckSummTA(const char* readerName, const char* recordFile, int action) {
     }
     if (action != 2) return kVerified;
 
-    std::printf(" %s : #SN:", readerName);
-    printHex(sn, kSnBytes);
-    std::printf(" (#SSN:%s) ", ssn);
+    printVerifyHeader(readerName, sn, ssn);
     std::vector<unsigned char> iv, fileCs, filePcs;
-    if (recordFile == nullptr || doParsingCSFile(recordFile, sn, iv, fileCs, filePcs) != RECORD_OK) {
-        std::printf("SN found error in file %s!", recordFile != nullptr ? recordFile : "(null)");
-        return kNoRecord;
-    }
+    if (recordFile == nullptr || doParsingCSFile(recordFile, sn, iv, fileCs, filePcs) != RECORD_OK)
+        return failNoRecord(recordFile, kNoRecord);
     if (!calculate(session, iv.data(), rx, &rxLen))
         return fail("'calculate checksum'(for IV from file) error!", kFileChecksumFailed);
     const std::vector<unsigned char> lastCs(rx, rx + kValueBytes);
-    if (lastCs != fileCs) return fail("cs_file error!", kMismatchOrRandom);
-    if (cardPcs != filePcs) return fail("pcs_file error!", kMismatchOrRandom);
-    std::puts("cs_pcs_file - Ok!\r");
-    return kVerified;
+    return compareWithRecord(lastCs, fileCs, cardPcs, filePcs, kMismatchOrRandom);
 }
 
 int enumerateTAReadersDoCS(const char* recordFile, int action) {

@@ -49,11 +49,6 @@ bool calculate(const CardSession& session, const unsigned char* data, unsigned c
     return exchangeOk(session, command, 5u + dataLen, rx, rxLen, kValueResponse);
 }
 
-int fail(const char* message, int code) {
-    std::printf("%s", message);
-    return code;
-}
-
 }  // namespace
 
 int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
@@ -103,21 +98,14 @@ int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
     }
     if (action != 2) return kVerified;
 
-    std::printf(" %s : #SN:", readerName);
-    printHex(sn, kSnBytes);
-    std::printf(" (#SSN:%s) ", ssn);
+    printVerifyHeader(readerName, sn, ssn);
     std::vector<unsigned char> iv, fileCs, filePcs;
-    if (recordFile == nullptr || findChecksumRecord(recordFile, sn, kValueBytes, iv, fileCs, filePcs) != RECORD_OK) {
-        std::printf("SN found error in file %s!", recordFile != nullptr ? recordFile : "(null)");
-        return kNoRecord;
-    }
+    if (recordFile == nullptr || findChecksumRecord(recordFile, sn, kValueBytes, iv, fileCs, filePcs) != RECORD_OK)
+        return failNoRecord(recordFile, kNoRecord);
     if (!calculate(session, iv.data(), kValueBytes, rx, &rxLen))
         return fail("'calculate checksum'(for IV from file) error!", kFileChecksumFailed);
-    // The checksum is compared first; only the first difference is reported.
-    if (std::memcmp(rx, fileCs.data(), kValueBytes) != 0) return fail("cs_file error!", kMismatchOrRandom);
-    if (cardPcs != filePcs) return fail("pcs_file error!", kMismatchOrRandom);
-    std::puts("cs_pcs_file - Ok!\r");
-    return kVerified;
+    const std::vector<unsigned char> lastCs(rx, rx + kValueBytes);
+    return compareWithRecord(lastCs, fileCs, cardPcs, filePcs, kMismatchOrRandom);
 }
 
 int enumerateReadersDoCS(const char* recordFile, int action) {

@@ -19,6 +19,31 @@ void printHex(const unsigned char* data, size_t len) {
     for (size_t i = 0; i < len; ++i) std::printf("%02X", data[i]);
 }
 
+int fail(const char* message, int code) {
+    std::printf("%s", message);
+    return code;
+}
+
+void printVerifyHeader(const char* readerName, const unsigned char* sn, const char* ssn) {
+    std::printf(" %s : #SN:", readerName);
+    printHex(sn, 8);
+    std::printf(" (#SSN:%s) ", ssn);
+}
+
+int failNoRecord(const char* recordFile, int code) {
+    std::printf("SN found error in file %s!", recordFile != nullptr ? recordFile : "(null)");
+    return code;
+}
+
+int compareWithRecord(const std::vector<unsigned char>& cardCs, const std::vector<unsigned char>& fileCs,
+                      const std::vector<unsigned char>& cardPcs, const std::vector<unsigned char>& filePcs,
+                      int mismatchCode) {
+    if (cardCs != fileCs) return fail("cs_file error!", mismatchCode);
+    if (cardPcs != filePcs) return fail("pcs_file error!", mismatchCode);
+    std::puts("cs_pcs_file - Ok!\r");
+    return 0;
+}
+
 bool exchangeOk(const CardSession& session, unsigned char* command, DWORD commandLength, unsigned char* rx,
                 DWORD* rxLen, DWORD length) {
     const LONG result = session.transmit(command, commandLength, rx, rxLen);

@@ -9,6 +9,21 @@
 // Prints bytes as upper-case hex, two digits a byte.
 void printHex(const unsigned char* data, size_t len);
 
+// Prints message (no line end) and returns code: every failure of a procedure.
+int fail(const char* message, int code);
+
+// The verify line's start: " <reader> : #SN:<sn> (#SSN:<ssn>) ".
+void printVerifyHeader(const char* readerName, const unsigned char* sn, const char* ssn);
+
+// "SN found error in file ...!" for a record that cannot be used.
+int failNoRecord(const char* recordFile, int code);
+
+// The card's checksum for the file's IV against the record, then its PCS;
+// only the first difference is reported. 0 with "cs_pcs_file - Ok!", or mismatchCode.
+int compareWithRecord(const std::vector<unsigned char>& cardCs, const std::vector<unsigned char>& fileCs,
+                      const std::vector<unsigned char>& cardPcs, const std::vector<unsigned char>& filePcs,
+                      int mismatchCode);
+
 // One exchange that must succeed with exactly `length` response bytes (0: any length).
 bool exchangeOk(const CardSession& session, unsigned char* command, DWORD commandLength, unsigned char* rx,
                 DWORD* rxLen, DWORD length = 0);
