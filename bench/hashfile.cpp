@@ -19,11 +19,6 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
-struct HashFreer {
-    void operator()(HashContext* ctx) const { hashFree(ctx); }
-};
-using HashPtr = std::unique_ptr<HashContext, HashFreer>;
-
 int usage() {
     std::fprintf(stderr, "usage: hashfile ALG_ID FILE   (1 GOST R 34.11-94, 2 and 3 GOST R 34.11-2012)\n");
     std::fprintf(stderr, "       hashfile -l\n");

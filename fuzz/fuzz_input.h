@@ -47,6 +47,14 @@ struct Input {
 // A count byte, then one size byte per piece; the pieces repeat to the end
 // of the stream. Zero pieces are zero-length updates; a cutting of zeros
 // only would never end, so it gets one piece of 64.
+// A hex digit's value, or -1: the harnesses' own decoding, independent of the library's.
+inline int digit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
 inline std::vector<size_t> readCutting(Input& in) {
     std::vector<size_t> cut(in.byte() % 16);
     for (size_t& piece : cut) piece = in.byte();

@@ -10,13 +10,6 @@
 
 namespace {
 
-int digit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 // The field after the first tag at or after *at, as a found record must
 // hold it; *at moves past its digits.
 bool fieldMatches(const std::string& text, size_t* at, const char* tag, const std::vector<unsigned char>& value) {

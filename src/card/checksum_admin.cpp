@@ -15,17 +15,6 @@ constexpr DWORD kValueBytes = 8;
 constexpr DWORD kValueResponse = kValueBytes + 2;
 constexpr DWORD kSnOffset = 3;  // the SN's place in the select answer
 
-enum {
-    kNotFoundOrPrinted = 1,
-    kVerified = 0,
-    kSeedFailed = -1,
-    kInitMismatch = -2,
-    kMismatchOrRandom = -3,
-    kRandomChecksumFailed = -4,
-    kNoRecord = -5,
-    kFileChecksumFailed = -6,
-};
-
 bool calculate(const CardSession& session, const unsigned char* data, unsigned char* rx, DWORD* rxLen) {
     unsigned char command[38] = {0x80, 0x8E, 0x00, 0x00, kValueBytes};
     std::memcpy(command + 5, data, kValueBytes);

@@ -14,17 +14,6 @@ namespace {
 constexpr DWORD kValueBytes = 32;
 constexpr DWORD kValueResponse = kValueBytes + 2;
 
-enum {
-    kNotFoundOrPrinted = 1,
-    kVerified = 0,
-    kCommandFailed = -1,
-    kInitMismatch = -2,
-    kMismatchOrRandom = -3,
-    kRandomChecksumFailed = -4,
-    kNoRecord = -5,
-    kFileChecksumFailed = -6,
-};
-
 constexpr unsigned char kSelect[] = {0x00, 0xA4, 0x04, 0x00, 0x08, 0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x01, 0x01};
 
 // A fresh copy every time: a card's 6C xx answer rewrites the command's last

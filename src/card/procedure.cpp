@@ -10,8 +10,6 @@ namespace {
 
 constexpr DWORD kReaderListChars = 2048;
 constexpr DWORD kSeedAnswerBytes = 32;
-constexpr int kRandomFailure = -3;
-constexpr int kSeedFailure = -1;
 
 }  // namespace
 
@@ -66,11 +64,11 @@ int seedFromCard(const CardSession& session, unsigned char* seedCommand, DWORD s
     }
     if (!ok) {
         std::printf("'receive random seed' error!");
-        return kSeedFailure;
+        return kCommandFailed;
     }
     if (fInitRandom(rx) != RANDOM_OK) {
         std::printf("'init random' error!");
-        return kRandomFailure;
+        return kMismatchOrRandom;
     }
     return 0;
 }

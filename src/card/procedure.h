@@ -6,6 +6,19 @@
 
 #include "card/apdu.h"
 
+// Results of the checksum procedures (deliberately not unique: the entry
+// point only tells negative from non-negative).
+enum {
+    kNotFoundOrPrinted = 1,     // card or applet not found, or a record printed
+    kVerified = 0,              // verified, or an action other than 1 and 2
+    kCommandFailed = -1,        // a card command failed (-cs), or the seed request
+    kInitMismatch = -2,         // cs_init mismatch
+    kMismatchOrRandom = -3,     // random generator failure, checksum or PCS mismatch
+    kRandomChecksumFailed = -4, // checksum for the random IV failed
+    kNoRecord = -5,             // no usable record in the file
+    kFileChecksumFailed = -6,   // checksum for the file's IV failed
+};
+
 // Prints bytes as upper-case hex, two digits a byte.
 void printHex(const unsigned char* data, size_t len);
 

@@ -14,19 +14,12 @@ const char strError[] = "error!";
 
 namespace {
 
-constexpr unsigned kDigestBytes = 32;
-constexpr unsigned kDigestHexChars = 2 * kDigestBytes;
 constexpr size_t kListBufferBytes = kHashListMaxBytes + 1;
 
 struct FileCloser {
     void operator()(FILE* f) const { std::fclose(f); }
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
-struct HashFreer {
-    void operator()(HashContext* ctx) const { hashFree(ctx); }
-};
-using HashPtr = std::unique_ptr<HashContext, HashFreer>;
 
 // Compares our hex text with the text at `listed`, stopping at the first
 // difference: our digits are never zero, so a terminator always stops it.

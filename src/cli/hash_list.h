@@ -8,6 +8,9 @@
 
 // Largest list the checker accepts and the maker writes (entries part).
 constexpr unsigned kHashListMaxBytes = 131071;
+// A list's digests: GOST R 34.11-2012 256-bit, as 64 hex digits.
+constexpr unsigned kDigestBytes = 32;
+constexpr unsigned kDigestHexChars = 2 * kDigestBytes;
 // Files are hashed in chunks of this size.
 constexpr unsigned kHashChunkBytes = 65536;
 

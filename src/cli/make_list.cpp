@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr unsigned kDigestBytes = 32;
-constexpr unsigned kDigestHexChars = 2 * kDigestBytes;
 constexpr char kHashOid[] = "HASH OID:1.2.643.7.1.1.2.2; TIME:";
 
 struct FileCloser {

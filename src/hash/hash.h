@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 enum : uint32_t {
     HASH_ALG_GOST94 = 1,      // GOST R 34.11-94, CryptoPro parameters
@@ -39,6 +40,12 @@ void hashFree(HashContext* ctx);
 HashContext* hashClone(const HashContext* src);
 // The algorithm id, or -1 for null.
 int hashGetAlgId(const HashContext* ctx);
+
+// Owns a hash object: hashFree on every path.
+struct HashFreer {
+    void operator()(HashContext* ctx) const { hashFree(ctx); }
+};
+using HashPtr = std::unique_ptr<HashContext, HashFreer>;
 
 // Writes src[n-1], ..., src[0] to dst[0..n-1].
 void reverseCopy(uint8_t* dst, const uint8_t* src, uint32_t n);

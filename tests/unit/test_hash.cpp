@@ -18,11 +18,6 @@ using testsupport::toHex;
 
 namespace {
 
-struct Freer {
-    void operator()(HashContext *c) const { hashFree(c); }
-};
-using HashPtr = std::unique_ptr<HashContext, Freer>;
-
 uint32_t algFor(int bits) { return bits == 256 ? HASH_ALG_GOST12_256 : HASH_ALG_GOST12_512; }
 
 // rhash's name for each algorithm, direct byte order.
