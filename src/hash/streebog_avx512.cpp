@@ -48,12 +48,20 @@ uint64_t bitMatrix(const uint8_t (&f)[256]) {
     return m;
 }
 
+// Register byte 8r + c holds byte c of word r in the normal layout N, and
+// byte r of word c in the transposed layout T. Reading a register in the
+// other layout is the transposition tau, so no step moves bytes for it:
+// substituting a state held in N leaves tau(pi(x)) in T, where l mixes the
+// bytes of a word across lanes; from T it leaves tau(pi(x)) in N, where l
+// stays inside each lane. The layouts alternate from one step to the next.
+enum Layout { N, T };
+
 struct alignas(64) Constants {
-    uint8_t pi[4][64];        // phi(pi(phi^-1(v)))
-    uint8_t factor[8][64];    // [d]: byte j of every lane: phi(c(j, j - d))
-    uint8_t transpose[64];    // byte 8j + w takes byte 8w + j
-    uint64_t round[12][8];    // phi(C1..C12), transposed
-    uint64_t toPhi[8], fromPhi[8];
+    uint8_t pi[4][64];           // phi(pi(phi^-1(v)))
+    uint8_t factor[2][8][64];    // [layout][d]: phi(c(j, j - d)) at every byte j of a word
+    uint8_t transpose[64];       // byte 8j + w takes byte 8w + j
+    uint8_t round[2][12][64];    // [layout]: phi(C1..C12)
+    uint64_t toPhi[8], fromPhi[8], signMatrix[8];
 
     Constants() {
         // phi maps x to a root beta of x^8+x^4+x^3+x^2+1 in the AES field.
@@ -63,13 +71,14 @@ struct alignas(64) Constants {
             for (int k = 1; k <= 8; ++k) p[k] = mulAes(p[k - 1], beta);
             if ((p[8] ^ p[4] ^ p[3] ^ p[2] ^ p[0]) == 0) break;
         }
-        uint8_t phi[256], phiInv[256];
+        uint8_t phi[256], phiInv[256], sign[256];
         for (int v = 0; v < 256; ++v) {
             uint8_t image = 0, power = 1;
             for (int k = 0; k < 8; ++k, power = mulAes(power, beta))
                 if (v & (1 << k)) image ^= power;
             phi[v] = image;
             phiInv[image] = static_cast<uint8_t>(v);
+            sign[v] = (v & 0x80) ? 0xFF : 0x00;
         }
         for (int v = 0; v < 256; ++v) pi[v / 64][v % 64] = phi[kPi[phiInv[v]]];
         // c(j, i), the factor from input byte i to output byte j, is byte j of
@@ -78,20 +87,26 @@ struct alignas(64) Constants {
         for (int d = 0; d < 8; ++d)
             for (int j = 0; j < 8; ++j) {
                 const int i = (j - d + 8) % 8;
-                const uint8_t c = static_cast<uint8_t>(rows[63 - 8 * i] >> (8 * j));
-                for (int lane = 0; lane < 8; ++lane) factor[d][8 * lane + j] = phi[c];
+                const uint8_t c = phi[static_cast<uint8_t>(rows[63 - 8 * i] >> (8 * j))];
+                for (int other = 0; other < 8; ++other) {
+                    factor[N][d][8 * other + j] = c;
+                    factor[T][d][8 * j + other] = c;
+                }
             }
         for (int j = 0; j < 8; ++j)
             for (int w = 0; w < 8; ++w) transpose[8 * j + w] = static_cast<uint8_t>(8 * w + j);
         for (int r = 0; r < 12; ++r) {
-            uint8_t plain[64], moved[64];
+            uint8_t plain[64];
             std::memcpy(plain, kRoundConstants[r], 64);
-            for (int k = 0; k < 64; ++k) moved[k] = phi[plain[transpose[k]]];
-            std::memcpy(round[r], moved, 64);
+            for (int k = 0; k < 64; ++k) {
+                round[N][r][k] = phi[plain[k]];
+                round[T][r][k] = phi[plain[transpose[k]]];
+            }
         }
         for (int lane = 0; lane < 8; ++lane) {
             toPhi[lane] = bitMatrix(phi);
             fromPhi[lane] = bitMatrix(phiInv);
+            signMatrix[lane] = bitMatrix(sign);
         }
     }
 };
@@ -103,66 +118,79 @@ const Constants& constants() {
 
 VELT_AVX512 inline __m512i load(const void* p) { return _mm512_load_si512(p); }
 
-struct Registers {
-    __m512i pi0, pi1, pi2, pi3, transpose;
-    __m512i factor[8];
-};
-
-// LPS in phi's image; x and the result are transposed.
-VELT_AVX512 inline __m512i lps(const Registers& r, __m512i x) {
-    const __m512i low = _mm512_permutex2var_epi8(r.pi0, x, r.pi1);
-    const __m512i high = _mm512_permutex2var_epi8(r.pi2, x, r.pi3);
-    // Substituting the transposed state leaves tau(pi(x)) in the normal layout.
-    const __m512i p = _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
-    const __m512i y0 = _mm512_gf2p8mul_epi8(p, r.factor[0]);
-    const __m512i y1 = _mm512_gf2p8mul_epi8(_mm512_rol_epi64(p, 8), r.factor[1]);
-    const __m512i y2 = _mm512_gf2p8mul_epi8(_mm512_rol_epi64(p, 16), r.factor[2]);
-    const __m512i y3 = _mm512_gf2p8mul_epi8(_mm512_rol_epi64(p, 24), r.factor[3]);
-    const __m512i y4 = _mm512_gf2p8mul_epi8(_mm512_rol_epi64(p, 32), r.factor[4]);
-    const __m512i y5 = _mm512_gf2p8mul_epi8(_mm512_rol_epi64(p, 40), r.factor[5]);
-    const __m512i y6 = _mm512_gf2p8mul_epi8(_mm512_rol_epi64(p, 48), r.factor[6]);
-    const __m512i y7 = _mm512_gf2p8mul_epi8(_mm512_rol_epi64(p, 56), r.factor[7]);
-    const __m512i y = _mm512_xor_si512(_mm512_xor_si512(_mm512_xor_si512(y0, y1), _mm512_xor_si512(y2, y3)),
-                                       _mm512_xor_si512(_mm512_xor_si512(y4, y5), _mm512_xor_si512(y6, y7)));
-    return _mm512_permutexvar_epi8(r.transpose, y);
+// Bytes of word lanes moved d places up: within each lane in N, across lanes in T.
+template <Layout L, int D>
+VELT_AVX512 inline __m512i shift(__m512i v) {
+    if (D == 0) return v;
+    if (L == N) return _mm512_rol_epi64(v, 8 * D);
+    return _mm512_alignr_epi64(v, v, (8 - D) & 7);
 }
 
-// Into phi's image and transposed, or back.
-VELT_AVX512 inline __m512i enter(const Registers& r, __m512i v, __m512i toPhi) {
-    return _mm512_permutexvar_epi8(r.transpose, _mm512_gf2p8affine_epi64_epi8(v, toPhi, 0));
+template <Layout L, int D>
+VELT_AVX512 inline __m512i term(const Constants& c, __m512i p) {
+    return _mm512_gf2p8mul_epi8(shift<L, D>(p), load(c.factor[L][D]));
 }
-VELT_AVX512 inline __m512i leave(const Registers& r, __m512i v, __m512i fromPhi) {
-    return _mm512_gf2p8affine_epi64_epi8(_mm512_permutexvar_epi8(r.transpose, v), fromPhi, 0);
+
+// LPS of a state held in layout In, plus add, in the other layout.
+template <Layout In>
+VELT_AVX512 inline __m512i lpsPlus(const Constants& c, __m512i x, __m512i add) {
+    constexpr Layout Out = In == N ? T : N;
+    const __m512i low = _mm512_permutex2var_epi8(load(c.pi[0]), x, load(c.pi[1]));
+    const __m512i high = _mm512_permutex2var_epi8(load(c.pi[2]), x, load(c.pi[3]));
+    // Bit 7 spread over its byte picks the half; an affine map is the
+    // quickest way there, and a ternary select the quickest blend.
+    const __m512i sign = _mm512_gf2p8affine_epi64_epi8(x, load(c.signMatrix), 0);
+    const __m512i p = _mm512_ternarylogic_epi64(sign, high, low, 0xCA);
+    const __m512i a = _mm512_ternarylogic_epi64(term<Out, 0>(c, p), term<Out, 1>(c, p), term<Out, 2>(c, p), 0x96);
+    const __m512i b = _mm512_ternarylogic_epi64(term<Out, 3>(c, p), term<Out, 4>(c, p), term<Out, 5>(c, p), 0x96);
+    const __m512i e = _mm512_ternarylogic_epi64(term<Out, 6>(c, p), term<Out, 7>(c, p), add, 0x96);
+    return _mm512_ternarylogic_epi64(a, b, e, 0x96);
+}
+
+// One round from states in layout In: the key chain carries y = K ^ C, the
+// message chain carries x = K ^ t.
+template <Layout In, int Round>
+VELT_AVX512 inline void roundStep(const Constants& c, __m512i& y, __m512i& x) {
+    constexpr Layout Out = In == N ? T : N;
+    const __m512i nextC = load(c.round[Out][Round + 1]);
+    const __m512i nextY = lpsPlus<In>(c, y, nextC);
+    x = _mm512_xor_si512(nextY, lpsPlus<In>(c, x, nextC));
+    y = nextY;
 }
 
 }  // namespace
 
+// E_K(m) is twelve rounds of LSX whose keys come from their own chain of LPS
+// steps; the two chains advance side by side, so the key chain's latency,
+// thirteen steps, is the whole cost.
 VELT_AVX512 void gAvx512(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]) {
     const Constants& c = constants();
-    Registers r;
-    r.pi0 = load(c.pi[0]);
-    r.pi1 = load(c.pi[1]);
-    r.pi2 = load(c.pi[2]);
-    r.pi3 = load(c.pi[3]);
-    r.transpose = load(c.transpose);
-    for (int d = 0; d < 8; ++d) r.factor[d] = load(c.factor[d]);
     const __m512i toPhi = load(c.toPhi);
-    const __m512i hT = enter(r, _mm512_loadu_si512(h), toPhi);
-    const __m512i nT = enter(r, _mm512_loadu_si512(n), toPhi);
-    const __m512i mT = enter(r, _mm512_loadu_si512(m), toPhi);
+    const __m512i hPhi = _mm512_gf2p8affine_epi64_epi8(_mm512_loadu_si512(h), toPhi, 0);
+    const __m512i nPhi = _mm512_gf2p8affine_epi64_epi8(_mm512_loadu_si512(n), toPhi, 0);
+    const __m512i mPhi = _mm512_gf2p8affine_epi64_epi8(_mm512_loadu_si512(m), toPhi, 0);
+    const __m512i transpose = load(c.transpose);
 
-    // The key chain runs ahead of the message chain; written out, the two
-    // interleave and hide each other's latency.
-    __m512i k = lps(r, _mm512_xor_si512(hT, nT));
-    __m512i t = lps(r, _mm512_xor_si512(k, mT));
-#pragma GCC unroll 11
-    for (int i = 0; i < 11; ++i) {
-        k = lps(r, _mm512_xor_si512(k, load(c.round[i])));
-        t = lps(r, _mm512_xor_si512(k, t));
-    }
-    k = lps(r, _mm512_xor_si512(k, load(c.round[11])));
-    const __m512i out = _mm512_xor_si512(_mm512_xor_si512(hT, mT), _mm512_xor_si512(t, k));
-    _mm512_storeu_si512(h, leave(r, out, load(c.fromPhi)));
+    // K1 = LPS(h ^ N) from layout N lands in T, where the chain starts.
+    __m512i y = lpsPlus<N>(c, _mm512_xor_si512(hPhi, nPhi), load(c.round[T][0]));
+    __m512i x = _mm512_xor_si512(y, _mm512_xor_si512(_mm512_permutexvar_epi8(transpose, mPhi), load(c.round[T][0])));
+    roundStep<T, 0>(c, y, x);
+    roundStep<N, 1>(c, y, x);
+    roundStep<T, 2>(c, y, x);
+    roundStep<N, 3>(c, y, x);
+    roundStep<T, 4>(c, y, x);
+    roundStep<N, 5>(c, y, x);
+    roundStep<T, 6>(c, y, x);
+    roundStep<N, 7>(c, y, x);
+    roundStep<T, 8>(c, y, x);
+    roundStep<N, 9>(c, y, x);
+    roundStep<T, 10>(c, y, x);
+    // The last round: K13 = LPS(y), t12 = LPS(x), both landing in T.
+    const __m512i zero = _mm512_setzero_si512();
+    const __m512i e = _mm512_xor_si512(lpsPlus<N>(c, y, zero), lpsPlus<N>(c, x, zero));
+    const __m512i hm = _mm512_permutexvar_epi8(transpose, _mm512_xor_si512(hPhi, mPhi));
+    const __m512i out = _mm512_permutexvar_epi8(transpose, _mm512_xor_si512(e, hm));
+    _mm512_storeu_si512(h, _mm512_gf2p8affine_epi64_epi8(out, load(c.fromPhi), 0));
 }
 
 bool cpuHasAvx512Gfni() {
