@@ -1,5 +1,7 @@
 #include "hash/streebog.h"
 
+#include <x86intrin.h>
+
 #include <cstring>
 #include <initializer_list>
 
@@ -29,7 +31,7 @@ const Implementation kImplementations[STREEBOG_IMPL_COUNT] = {
 #else
     {"table-sse2", nullptr, nullptr},  // x86-64 tables already use 64-bit registers
 #endif
-    {"avx512-gfni", streebog::gAvx512, compressWith<streebog::gAvx512>},
+    {"avx512-gfni", streebog::gAvx512, streebog::compressAvx512},
 };
 
 bool supported(int impl) {
@@ -62,41 +64,34 @@ int& currentImpl() {
 void loadBlock(Block out, const uint8_t* p) { std::memcpy(out, p, kBlockBytes); }
 void storeBlock(uint8_t* p, const Block in) { std::memcpy(p, in, kBlockBytes); }
 
-// acc += v modulo 2^512, in 32-bit steps so 32-bit x86 needs no 64-bit compares.
-void add512(Block acc, const Block v) {
-    uint32_t a[16], b[16];
-    std::memcpy(a, acc, sizeof a);
-    std::memcpy(b, v, sizeof b);
-    uint64_t carry = 0;
-    for (int i = 0; i < 16; ++i) {
-        carry += uint64_t{a[i]} + b[i];
-        a[i] = static_cast<uint32_t>(carry);
-        carry >>= 32;
-    }
-    std::memcpy(acc, a, sizeof a);
+// The counters are added in the machine's word size with one add-with-carry
+// chain: a 64-bit addition would be a call or a branchy sequence on 32-bit x86.
+#if defined(__x86_64__)
+using Word = unsigned long long;
+inline unsigned char addWord(unsigned char carry, Word a, Word b, Word* sum) { return _addcarry_u64(carry, a, b, sum); }
+#else
+using Word = unsigned int;
+inline unsigned char addWord(unsigned char carry, Word a, Word b, Word* sum) { return _addcarry_u32(carry, a, b, sum); }
+#endif
+constexpr int kWords = kBlockBytes / sizeof(Word);
+
+Word wordAt(const uint8_t* p, int i) {
+    Word w;
+    std::memcpy(&w, p + i * sizeof(Word), sizeof w);
+    return w;
 }
 
-void addBits(Block counter, uint32_t bits) {
-    uint64_t add = bits;
-    for (int i = 0; i < 8 && add != 0; ++i) {
-        counter[i] += add;
-        add = counter[i] < add ? 1 : 0;
-    }
-}
+void setWordAt(uint8_t* p, int i, Word w) { std::memcpy(p + i * sizeof(Word), &w, sizeof w); }
 
 // One block: h = g_N(h, m), N += bitCount, Sigma += m.
 void absorb(streebog::GFunction g, HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
-    Block h, n, sigma, m;
+    Block h, n, m;
     loadBlock(h, ctx->state);
     loadBlock(n, ctx->aux1);
-    loadBlock(sigma, ctx->aux2);
     loadBlock(m, block);
     g(h, n, m);
-    addBits(n, bitCount);
-    add512(sigma, m);
     storeBlock(ctx->state, h);
-    storeBlock(ctx->aux1, n);
-    storeBlock(ctx->aux2, sigma);
+    streebog::countBlock(ctx, block, bitCount);
 }
 
 template <streebog::GFunction G>
@@ -112,6 +107,17 @@ streebog::GFunction gOf(const HashContext* ctx) {
 }
 
 }  // namespace
+
+void streebog::countBlock(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
+    unsigned char nCarry = 0, sigmaCarry = 0;
+    for (int i = 0; i < kWords; ++i) {
+        Word w;
+        nCarry = addWord(nCarry, wordAt(ctx->aux1, i), i == 0 ? bitCount : 0, &w);
+        setWordAt(ctx->aux1, i, w);
+        sigmaCarry = addWord(sigmaCarry, wordAt(ctx->aux2, i), wordAt(block, i), &w);
+        setWordAt(ctx->aux2, i, w);
+    }
+}
 
 int streebogImplAvailable(int impl) { return supported(impl) ? 1 : 0; }
 

@@ -141,10 +141,12 @@ VELT_AVX512 inline __m512i lpsPlus(const Constants& c, __m512i x, __m512i add) {
     // quickest way there, and a ternary select the quickest blend.
     const __m512i sign = _mm512_gf2p8affine_epi64_epi8(x, load(c.signMatrix), 0);
     const __m512i p = _mm512_ternarylogic_epi64(sign, high, low, 0xCA);
-    const __m512i a = _mm512_ternarylogic_epi64(term<Out, 0>(c, p), term<Out, 1>(c, p), term<Out, 2>(c, p), 0x96);
-    const __m512i b = _mm512_ternarylogic_epi64(term<Out, 3>(c, p), term<Out, 4>(c, p), term<Out, 5>(c, p), 0x96);
-    const __m512i e = _mm512_ternarylogic_epi64(term<Out, 6>(c, p), term<Out, 7>(c, p), add, 0x96);
-    return _mm512_ternarylogic_epi64(a, b, e, 0x96);
+    // Folding the terms in one at a time keeps few registers live, which
+    // 32-bit mode, with eight, needs; 64-bit mode runs it as fast as a tree.
+    __m512i acc = _mm512_ternarylogic_epi64(term<Out, 0>(c, p), term<Out, 1>(c, p), add, 0x96);
+    acc = _mm512_ternarylogic_epi64(acc, term<Out, 2>(c, p), term<Out, 3>(c, p), 0x96);
+    acc = _mm512_ternarylogic_epi64(acc, term<Out, 4>(c, p), term<Out, 5>(c, p), 0x96);
+    return _mm512_ternarylogic_epi64(acc, term<Out, 6>(c, p), term<Out, 7>(c, p), 0x96);
 }
 
 // One round from states in layout In: the key chain carries y = K ^ C, the
@@ -158,12 +160,10 @@ VELT_AVX512 inline void roundStep(const Constants& c, __m512i& y, __m512i& x) {
     y = nextY;
 }
 
-}  // namespace
-
 // E_K(m) is twelve rounds of LSX whose keys come from their own chain of LPS
 // steps; the two chains advance side by side, so the key chain's latency,
 // thirteen steps, is the whole cost.
-VELT_AVX512 void gAvx512(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]) {
+VELT_AVX512 inline void g(void* h, const void* n, const void* m) {
     const Constants& c = constants();
     const __m512i toPhi = load(c.toPhi);
     const __m512i hPhi = _mm512_gf2p8affine_epi64_epi8(_mm512_loadu_si512(h), toPhi, 0);
@@ -191,6 +191,17 @@ VELT_AVX512 void gAvx512(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]
     const __m512i hm = _mm512_permutexvar_epi8(transpose, _mm512_xor_si512(hPhi, mPhi));
     const __m512i out = _mm512_permutexvar_epi8(transpose, _mm512_xor_si512(e, hm));
     _mm512_storeu_si512(h, _mm512_gf2p8affine_epi64_epi8(out, load(c.fromPhi), 0));
+}
+
+}  // namespace
+
+VELT_AVX512 void gAvx512(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]) { g(h, n, m); }
+
+// The chaining value is read and written in place, whole: a copy through
+// smaller moves would cost a failed store forwarding on every block.
+VELT_AVX512 void compressAvx512(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
+    g(ctx->state, ctx->aux1, block);
+    countBlock(ctx, block, bitCount);
 }
 
 bool cpuHasAvx512Gfni() {

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "hash/hash.h"
+
 namespace streebog {
 
 extern const uint8_t kPi[256];                // the substitution pi
@@ -21,6 +23,11 @@ void gTable(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]);
 void gTableSse2(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]);
 #endif
 void gAvx512(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]);
+// A whole block for a context: g on the context's own memory, then countBlock.
+void compressAvx512(HashContext* ctx, const uint8_t* block, uint32_t bitCount);
+
+// N += bitCount and Sigma += the block, in a context's work area.
+void countBlock(HashContext* ctx, const uint8_t* block, uint32_t bitCount);
 
 bool cpuHasSse2();
 bool cpuHasAvx512Gfni();
