@@ -3,12 +3,12 @@
 // l is an 8x8 matrix over GF(2^8) with the polynomial x^8+x^4+x^3+x^2+1.
 // The isomorphism phi onto the field of vgf2p8mulb (x^8+x^4+x^3+x+1) lets
 // one instruction multiply every byte by its own factor, so l becomes seven
-// in-lane byte rotations and eight multiplications. The state is kept in
-// phi's image and transposed (byte w of lane j holds byte j of word w):
-// then pi (two vpermi2b over a phi-conjugated table and a blend on bit 7)
-// also performs the transposition tau, and one vpermb per step transposes
-// back. Every constant is derived here from pi, the rows of l and the round
-// constants; phi itself is found by searching for a root of the polynomial.
+// byte moves and eight multiplications. The state is kept in phi's image;
+// pi is two vpermi2b over a phi-conjugated table and a select on bit 7, and
+// tau costs nothing: the state's layout in the register alternates from one
+// step to the next (see Layout). Every constant is derived here from pi, the
+// rows of l and the round constants; phi itself is found by searching for a
+// root of the polynomial.
 #include <cpuid.h>
 #include <immintrin.h>
 
