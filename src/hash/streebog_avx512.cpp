@@ -51,16 +51,16 @@ uint64_t bitMatrix(const uint8_t (&f)[256]) {
 // Register byte 8r + c holds byte c of word r in the normal layout N, and
 // byte r of word c in the transposed layout T. Reading a register in the
 // other layout is the transposition tau, so no step moves bytes for it:
-// substituting a state held in N leaves tau(pi(x)) in T, where l mixes the
-// bytes of a word across lanes; from T it leaves tau(pi(x)) in N, where l
-// stays inside each lane. The layouts alternate from one step to the next.
+// substituting a state held in T leaves tau(pi(x)) in N, where l's byte
+// moves stay inside each lane; from N it leaves tau(pi(x)) in T, where they
+// cross lanes. The layouts alternate from one step to the next.
 enum Layout { N, T };
 
 struct alignas(64) Constants {
-    uint8_t pi[4][64];           // phi(pi(phi^-1(v)))
-    uint8_t factor[2][8][64];    // [layout][d]: phi(c(j, j - d)) at every byte j of a word
-    uint8_t transpose[64];       // byte 8j + w takes byte 8w + j
-    uint8_t round[2][12][64];    // [layout]: phi(C1..C12)
+    uint8_t pi[4][64];         // phi(pi(phi^-1(v)))
+    uint8_t factor[2][8][64];  // [layout of l's result][d]: term d's factor at each byte
+    uint8_t transpose[64];     // byte 8j + w takes byte 8w + j
+    uint8_t round[2][12][64];  // [layout]: phi(C1..C12)
     uint64_t toPhi[8], fromPhi[8], signMatrix[8];
 
     Constants() {
@@ -84,17 +84,14 @@ struct alignas(64) Constants {
         // c(j, i), the factor from input byte i to output byte j, is byte j of
         // l applied to byte i = 1, that is of row A[63 - 8i].
         const uint64_t* rows = matrixRows();
+        auto factorOf = [&](int j, int i) { return phi[static_cast<uint8_t>(rows[63 - 8 * (i & 7)] >> (8 * j))]; };
         for (int d = 0; d < 8; ++d)
-            for (int j = 0; j < 8; ++j) {
-                const int i = (j - d + 8) % 8;
-                const uint8_t c = phi[static_cast<uint8_t>(rows[63 - 8 * i] >> (8 * j))];
-                for (int other = 0; other < 8; ++other) {
-                    factor[N][d][8 * other + j] = c;
-                    factor[T][d][8 * j + other] = c;
+            for (int j = 0; j < 8; ++j)
+                for (int w = 0; w < 8; ++w) {
+                    factor[N][d][8 * w + j] = factorOf(j, j - d + 8);
+                    factor[T][d][8 * j + w] = factorOf(j, j ^ d);
+                    transpose[8 * j + w] = static_cast<uint8_t>(8 * w + j);
                 }
-            }
-        for (int j = 0; j < 8; ++j)
-            for (int w = 0; w < 8; ++w) transpose[8 * j + w] = static_cast<uint8_t>(8 * w + j);
         for (int r = 0; r < 12; ++r) {
             uint8_t plain[64];
             std::memcpy(plain, kRoundConstants[r], 64);
@@ -118,17 +115,19 @@ const Constants& constants() {
 
 VELT_AVX512 inline __m512i load(const void* p) { return _mm512_load_si512(p); }
 
-// Bytes of word lanes moved d places up: within each lane in N, across lanes in T.
-template <Layout L, int D>
-VELT_AVX512 inline __m512i shift(__m512i v) {
-    if (D == 0) return v;
-    if (L == N) return _mm512_rol_epi64(v, 8 * D);
-    return _mm512_alignr_epi64(v, v, (8 - D) & 7);
-}
-
+// Term d of l for a result in layout L: in N, byte j of a word takes byte
+// j - d, a rotation inside each lane; in T, lane j takes lane j ^ d, two
+// shuffles of which only one crosses 128-bit lanes.
 template <Layout L, int D>
 VELT_AVX512 inline __m512i term(const Constants& c, __m512i p) {
-    return _mm512_gf2p8mul_epi8(shift<L, D>(p), load(c.factor[L][D]));
+    __m512i moved = p;
+    if (L == N && D != 0) moved = _mm512_rol_epi64(p, 8 * D);
+    if (L == T) {
+        constexpr int q = D >> 1;  // 128-bit lane k takes lane k ^ q
+        if (q != 0) moved = _mm512_shuffle_i64x2(moved, moved, q | (1 ^ q) << 2 | (2 ^ q) << 4 | (3 ^ q) << 6);
+        if (D & 1) moved = _mm512_shuffle_epi32(moved, _MM_PERM_BADC);
+    }
+    return _mm512_gf2p8mul_epi8(moved, load(c.factor[L][D]));
 }
 
 // LPS of a state held in layout In, plus add, in the other layout.
