@@ -186,9 +186,9 @@ VELT_AVX512 inline void g(void* h, const void* n, const void* m) {
     roundStep<T, 10>(c, y, x);
     // The last round: K13 = LPS(y), t12 = LPS(x), both landing in T.
     const __m512i zero = _mm512_setzero_si512();
-    const __m512i e = _mm512_xor_si512(lpsPlus<N>(c, y, zero), lpsPlus<N>(c, x, zero));
     const __m512i hm = _mm512_permutexvar_epi8(transpose, _mm512_xor_si512(hPhi, mPhi));
-    const __m512i out = _mm512_permutexvar_epi8(transpose, _mm512_xor_si512(e, hm));
+    const __m512i e = _mm512_xor_si512(lpsPlus<N>(c, y, hm), lpsPlus<N>(c, x, zero));
+    const __m512i out = _mm512_permutexvar_epi8(transpose, e);
     _mm512_storeu_si512(h, _mm512_gf2p8affine_epi64_epi8(out, load(c.fromPhi), 0));
 }
 
