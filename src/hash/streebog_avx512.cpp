@@ -142,10 +142,16 @@ VELT_AVX512 inline __m512i lpsPlus(const Constants& c, __m512i x, __m512i add) {
     const __m512i p = _mm512_ternarylogic_epi64(sign, high, low, 0xCA);
     // Folding the terms in one at a time keeps few registers live, which
     // 32-bit mode, with eight, needs; 64-bit mode runs it as fast as a tree.
-    __m512i acc = _mm512_ternarylogic_epi64(term<Out, 0>(c, p), term<Out, 1>(c, p), add, 0x96);
-    acc = _mm512_ternarylogic_epi64(acc, term<Out, 2>(c, p), term<Out, 3>(c, p), 0x96);
-    acc = _mm512_ternarylogic_epi64(acc, term<Out, 4>(c, p), term<Out, 5>(c, p), 0x96);
-    return _mm512_ternarylogic_epi64(acc, term<Out, 6>(c, p), term<Out, 7>(c, p), 0x96);
+    // (Unoptimised builds define the ternlog intrinsic as a macro, which
+    // would split a template argument list: terms go through names.)
+    const __m512i u0 = term<Out, 0>(c, p), u1 = term<Out, 1>(c, p);
+    __m512i acc = _mm512_ternarylogic_epi64(u0, u1, add, 0x96);
+    const __m512i u2 = term<Out, 2>(c, p), u3 = term<Out, 3>(c, p);
+    acc = _mm512_ternarylogic_epi64(acc, u2, u3, 0x96);
+    const __m512i u4 = term<Out, 4>(c, p), u5 = term<Out, 5>(c, p);
+    acc = _mm512_ternarylogic_epi64(acc, u4, u5, 0x96);
+    const __m512i u6 = term<Out, 6>(c, p), u7 = term<Out, 7>(c, p);
+    return _mm512_ternarylogic_epi64(acc, u6, u7, 0x96);
 }
 
 // One round from states in layout In: the key chain carries y = K ^ C, the
