@@ -13,6 +13,8 @@
 namespace streebog {
 namespace {
 
+#if UINTPTR_MAX <= 0xffffffffu
+// The 32-bit compressions keep their state in memory.
 inline uint64_t loadWord(const uint8_t* p) {
     uint64_t v;
     std::memcpy(&v, p, sizeof v);
@@ -20,6 +22,7 @@ inline uint64_t loadWord(const uint8_t* p) {
 }
 
 inline void storeWord(uint8_t* p, uint64_t v) { std::memcpy(p, &v, sizeof v); }
+#endif
 
 #if UINTPTR_MAX > 0xffffffffu
 // With 64-bit registers the state stays in them: shifting a word 16 bits at a
