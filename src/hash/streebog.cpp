@@ -1,7 +1,5 @@
 #include "hash/streebog.h"
 
-#include <x86intrin.h>
-
 #include <cstring>
 #include <initializer_list>
 
@@ -64,25 +62,6 @@ int& currentImpl() {
 void loadBlock(Block out, const uint8_t* p) { std::memcpy(out, p, kBlockBytes); }
 void storeBlock(uint8_t* p, const Block in) { std::memcpy(p, in, kBlockBytes); }
 
-// The counters are added in the machine's word size with one add-with-carry
-// chain: a 64-bit addition would be a call or a branchy sequence on 32-bit x86.
-#if defined(__x86_64__)
-using Word = unsigned long long;
-inline unsigned char addWord(unsigned char carry, Word a, Word b, Word* sum) { return _addcarry_u64(carry, a, b, sum); }
-#else
-using Word = unsigned int;
-inline unsigned char addWord(unsigned char carry, Word a, Word b, Word* sum) { return _addcarry_u32(carry, a, b, sum); }
-#endif
-constexpr int kWords = kBlockBytes / sizeof(Word);
-
-Word wordAt(const uint8_t* p, int i) {
-    Word w;
-    std::memcpy(&w, p + i * sizeof(Word), sizeof w);
-    return w;
-}
-
-void setWordAt(uint8_t* p, int i, Word w) { std::memcpy(p + i * sizeof(Word), &w, sizeof w); }
-
 // One block: h = g_N(h, m), N += bitCount, Sigma += m.
 void absorb(streebog::GFunction g, HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
     Block h, n, m;
@@ -108,15 +87,10 @@ streebog::GFunction gOf(const HashContext* ctx) {
 
 }  // namespace
 
-void streebog::countBlock(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
-    unsigned char nCarry = 0, sigmaCarry = 0;
-    for (int i = 0; i < kWords; ++i) {
-        Word w;
-        nCarry = addWord(nCarry, wordAt(ctx->aux1, i), i == 0 ? bitCount : 0, &w);
-        setWordAt(ctx->aux1, i, w);
-        sigmaCarry = addWord(sigmaCarry, wordAt(ctx->aux2, i), wordAt(block, i), &w);
-        setWordAt(ctx->aux2, i, w);
-    }
+bool streebog::compressRun(HashContext* ctx, const uint8_t* blocks, uint32_t count) {
+    if (ctx->compress != compressAvx512) return false;
+    compressRunAvx512(ctx, blocks, count);
+    return true;
 }
 
 int streebogImplAvailable(int impl) { return supported(impl) ? 1 : 0; }

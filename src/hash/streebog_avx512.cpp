@@ -154,48 +154,85 @@ VELT_AVX512 inline __m512i lpsPlus(const Constants& c, __m512i x, __m512i add) {
     return _mm512_ternarylogic_epi64(acc, u6, u7, 0x96);
 }
 
+constexpr Layout other(Layout l) { return l == N ? T : N; }
+
 // One round from states in layout In: the key chain carries y = K ^ C, the
 // message chain carries x = K ^ t.
 template <Layout In, int Round>
 VELT_AVX512 inline void roundStep(const Constants& c, __m512i& y, __m512i& x) {
-    constexpr Layout Out = In == N ? T : N;
-    const __m512i nextC = load(c.round[Out][Round + 1]);
+    const __m512i nextC = load(c.round[other(In)][Round + 1]);
     const __m512i nextY = lpsPlus<In>(c, y, nextC);
     x = _mm512_xor_si512(nextY, lpsPlus<In>(c, x, nextC));
     y = nextY;
 }
 
-// E_K(m) is twelve rounds of LSX whose keys come from their own chain of LPS
-// steps; the two chains advance side by side, so the key chain's latency,
-// thirteen steps, is the whole cost.
+// Rounds Round..10, the first from layout In.
+template <Layout In, int Round>
+VELT_AVX512 inline void rounds(const Constants& c, __m512i& y, __m512i& x) {
+    roundStep<In, Round>(c, y, x);
+    if constexpr (Round < 10) rounds<other(In), Round + 1>(c, y, x);
+}
+
+// g on phi images, with h ^ n in layout In, m and the final addend in the
+// other layout, where the result lands: thirteen steps, each changing the
+// layout. The addend is h ^ m, plus whatever the caller wants added to the
+// result. E_K(m) is twelve rounds of LSX whose keys come from their own chain
+// of LPS steps; the two chains advance side by side, so the key chain's
+// latency, thirteen steps, is the whole cost.
+template <Layout In>
+VELT_AVX512 inline __m512i gPhi(const Constants& c, __m512i hn, __m512i m, __m512i addend) {
+    constexpr Layout Out = other(In);
+    __m512i y = lpsPlus<In>(c, hn, load(c.round[Out][0]));  // K1 ^ C1
+    __m512i x = _mm512_xor_si512(y, _mm512_xor_si512(m, load(c.round[Out][0])));
+    rounds<Out, 0>(c, y, x);
+    // The last round: K13 = LPS(y), t12 = LPS(x).
+    return _mm512_xor_si512(lpsPlus<In>(c, y, addend), lpsPlus<In>(c, x, _mm512_setzero_si512()));
+}
+
+struct Converters {
+    __m512i toPhi, fromPhi, transpose;
+};
+
+VELT_AVX512 inline Converters converters(const Constants& c) {
+    return {load(c.toPhi), load(c.fromPhi), load(c.transpose)};
+}
+
+VELT_AVX512 inline __m512i loadPhi(const Converters& v, const void* p) {
+    return _mm512_gf2p8affine_epi64_epi8(_mm512_loadu_si512(p), v.toPhi, 0);
+}
+
+VELT_AVX512 inline void storeFromPhi(const Converters& v, void* p, __m512i x) {
+    _mm512_storeu_si512(p, _mm512_gf2p8affine_epi64_epi8(x, v.fromPhi, 0));
+}
+
+VELT_AVX512 inline __m512i transposed(const Converters& v, __m512i x) { return _mm512_permutexvar_epi8(v.transpose, x); }
+
+template <Layout L>
+VELT_AVX512 inline __m512i inLayout(const Converters& v, __m512i normal) {
+    return L == N ? normal : transposed(v, normal);
+}
+
 VELT_AVX512 inline void g(void* h, const void* n, const void* m) {
     const Constants& c = constants();
-    const __m512i toPhi = load(c.toPhi);
-    const __m512i hPhi = _mm512_gf2p8affine_epi64_epi8(_mm512_loadu_si512(h), toPhi, 0);
-    const __m512i nPhi = _mm512_gf2p8affine_epi64_epi8(_mm512_loadu_si512(n), toPhi, 0);
-    const __m512i mPhi = _mm512_gf2p8affine_epi64_epi8(_mm512_loadu_si512(m), toPhi, 0);
-    const __m512i transpose = load(c.transpose);
+    const Converters v = converters(c);
+    const __m512i hPhi = loadPhi(v, h), mPhi = loadPhi(v, m);
+    const __m512i out = gPhi<N>(c, _mm512_xor_si512(hPhi, loadPhi(v, n)), transposed(v, mPhi),
+                                transposed(v, _mm512_xor_si512(hPhi, mPhi)));
+    storeFromPhi(v, h, transposed(v, out));
+}
 
-    // K1 = LPS(h ^ N) from layout N lands in T, where the chain starts.
-    __m512i y = lpsPlus<N>(c, _mm512_xor_si512(hPhi, nPhi), load(c.round[T][0]));
-    __m512i x = _mm512_xor_si512(y, _mm512_xor_si512(_mm512_permutexvar_epi8(transpose, mPhi), load(c.round[T][0])));
-    roundStep<T, 0>(c, y, x);
-    roundStep<N, 1>(c, y, x);
-    roundStep<T, 2>(c, y, x);
-    roundStep<N, 3>(c, y, x);
-    roundStep<T, 4>(c, y, x);
-    roundStep<N, 5>(c, y, x);
-    roundStep<T, 6>(c, y, x);
-    roundStep<N, 7>(c, y, x);
-    roundStep<T, 8>(c, y, x);
-    roundStep<N, 9>(c, y, x);
-    roundStep<T, 10>(c, y, x);
-    // The last round: K13 = LPS(y), t12 = LPS(x), both landing in T.
-    const __m512i zero = _mm512_setzero_si512();
-    const __m512i hm = _mm512_permutexvar_epi8(transpose, _mm512_xor_si512(hPhi, mPhi));
-    const __m512i e = _mm512_xor_si512(lpsPlus<N>(c, y, hm), lpsPlus<N>(c, x, zero));
-    const __m512i out = _mm512_permutexvar_epi8(transpose, e);
-    _mm512_storeu_si512(h, _mm512_gf2p8affine_epi64_epi8(out, load(c.fromPhi), 0));
+// One block of a run, from h in layout In to h in the other. The next
+// block's N is known before this one's g starts, so g adds it to its result
+// and the next block starts from h ^ N at once.
+template <Layout In>
+VELT_AVX512 inline void runBlock(const Constants& c, const Converters& v, HashContext* ctx, const uint8_t* block,
+                                 __m512i& h, __m512i& hn) {
+    constexpr Layout Out = other(In);
+    countBlock(ctx, block, 512);
+    const __m512i m = inLayout<Out>(v, loadPhi(v, block));
+    const __m512i nextN = inLayout<Out>(v, loadPhi(v, ctx->aux1));
+    hn = gPhi<In>(c, hn, m, _mm512_ternarylogic_epi64(transposed(v, h), m, nextN, 0x96));
+    h = _mm512_xor_si512(hn, nextN);
 }
 
 }  // namespace
@@ -207,6 +244,27 @@ VELT_AVX512 void gAvx512(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]
 VELT_AVX512 void compressAvx512(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
     g(ctx->state, ctx->aux1, block);
     countBlock(ctx, block, bitCount);
+}
+
+// Between the blocks of a run the chaining value stays in a register as it
+// leaves g, a phi image in the layout of g's last step; the next block starts
+// from that layout. Converting it back each block, through memory, would
+// lengthen the only chain that matters.
+VELT_AVX512 void compressRunAvx512(HashContext* ctx, const uint8_t* blocks, uint32_t count) {
+    const Constants& c = constants();
+    const Converters v = converters(c);
+    __m512i h = loadPhi(v, ctx->state);  // layout N
+    __m512i hn = _mm512_xor_si512(h, loadPhi(v, ctx->aux1));
+    uint32_t i = 0;
+    for (; i + 2 <= count; i += 2) {
+        runBlock<N>(c, v, ctx, blocks + 64 * i, h, hn);
+        runBlock<T>(c, v, ctx, blocks + 64 * i + 64, h, hn);
+    }
+    if (i < count) {
+        runBlock<N>(c, v, ctx, blocks + 64 * i, h, hn);
+        h = transposed(v, h);
+    }
+    storeFromPhi(v, ctx->state, h);
 }
 
 bool cpuHasAvx512Gfni() {

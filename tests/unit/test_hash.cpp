@@ -126,19 +126,23 @@ TEST(Streebog, KnownAnswersWholeSplitAndAfterReset) {
     });
 }
 
-// Lengths around both block sizes (32 and 64), fed whole, byte by byte and
-// in odd pieces from an odd address, against rhash.
+// Lengths around both block sizes (32 and 64), fed whole from an aligned and
+// an odd address (runs of one to five whole blocks in place, or each block
+// through the buffer), byte by byte and in odd pieces, against rhash.
 TEST(HashObject, LengthsAroundBlockSizesMatchRhash) {
     forEachImpl([] {
-        for (size_t len : {0, 1, 31, 32, 33, 63, 64, 65, 127, 128, 129, 1000}) {
+        for (size_t len : {0, 1, 31, 32, 33, 63, 64, 65, 127, 128, 129, 192, 255, 320, 1000}) {
             std::vector<unsigned char> storage(len + 8);
             unsigned char *unaligned = storage.data() + 3;
             for (size_t i = 0; i < len; ++i) unaligned[i] = static_cast<unsigned char>(i * 131 + 7);
             const std::string bytes(reinterpret_cast<char *>(unaligned), len);
+            std::vector<unsigned char> aligned(unaligned, unaligned + len);
             for (uint32_t alg : {HASH_ALG_GOST94, HASH_ALG_GOST12_256, HASH_ALG_GOST12_512}) {
                 SCOPED_TRACE(std::to_string(len) + " bytes, " + rhashName(alg));
                 const std::string expected = testsupport::rhashBytes(rhashName(alg), bytes);
+                EXPECT_EQ(digestInPieces(alg, aligned.data(), len, {len + 1}), expected);
                 EXPECT_EQ(digestInPieces(alg, unaligned, len, {len + 1}), expected);
+                EXPECT_EQ(digestInPieces(alg, aligned.data(), len, {128, 64, 192}), expected);
                 EXPECT_EQ(digestInPieces(alg, unaligned, len, {1}), expected);
                 EXPECT_EQ(digestInPieces(alg, unaligned, len, {7, 64, 13}), expected);
             }
