@@ -205,7 +205,9 @@ VELT_AVX512 inline void storeFromPhi(const Converters& v, void* p, __m512i x) {
     _mm512_storeu_si512(p, _mm512_gf2p8affine_epi64_epi8(x, v.fromPhi, 0));
 }
 
-VELT_AVX512 inline __m512i transposed(const Converters& v, __m512i x) { return _mm512_permutexvar_epi8(v.transpose, x); }
+VELT_AVX512 inline __m512i transposed(const Converters& v, __m512i x) {
+    return _mm512_permutexvar_epi8(v.transpose, x);
+}
 
 template <Layout L>
 VELT_AVX512 inline __m512i inLayout(const Converters& v, __m512i normal) {
