@@ -5,19 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <vector>
 
 #include "cli/hash_list.h"
 #include "hash/hash.h"
 #include "hash/streebog.h"
 
 namespace {
-
-struct FileCloser {
-    void operator()(FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 int usage() {
     std::fprintf(stderr, "usage: hashfile ALG_ID FILE   (1 GOST R 34.11-94, 2 and 3 GOST R 34.11-2012)\n");
@@ -44,25 +37,14 @@ int main(int argc, char** argv) {
     // hashCreate aborts on an unknown id; say why instead.
     if (algId < HASH_ALG_GOST94 || algId > HASH_ALG_GOST12_512) return usage();
 
-    FilePtr file(std::fopen(argv[2], "rb"));
-    if (!file) {
-        std::perror(argv[2]);
-        return 1;
-    }
-    HashPtr hash(hashCreate(static_cast<uint32_t>(algId)));
-    hashInit(hash.get());
-    std::vector<unsigned char> chunk(kHashChunkBytes);
-    size_t got;
-    while ((got = std::fread(chunk.data(), 1, chunk.size(), file.get())) > 0)
-        hashUpdate(hash.get(), chunk.data(), static_cast<uint32_t>(got));
-    if (std::ferror(file.get())) {
-        std::perror(argv[2]);
-        return 1;
-    }
     // Byte order as veltcheck writes its lists, which is also how rhash and
     // OpenSSL print these digests.
     unsigned char digest[64];
-    const uint32_t len = hashFinal(hash.get(), digest, 1);
+    const uint32_t len = hashFileWith(static_cast<uint32_t>(algId), argv[2], digest);
+    if (len == 0) {
+        std::perror(argv[2]);
+        return 1;
+    }
     for (uint32_t i = 0; i < len; ++i) std::printf("%02x", digest[i]);
     std::printf("\n");
     return 0;

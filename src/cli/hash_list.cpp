@@ -31,16 +31,16 @@ bool hexMatches(const char* ours, const char* listed) {
 
 }  // namespace
 
-bool fHashFile(const char* path, unsigned char digest[32]) {
+uint32_t hashFileWith(uint32_t algId, const char* path, unsigned char* digest) {
     FilePtr file(std::fopen(path, "rb"));
-    if (!file) return false;
+    if (!file) return 0;
     // fopen accepts a directory; reading it fails, and its "contents" would
     // hash like an empty file.
     struct stat info;
-    if (fstat(fileno(file.get()), &info) != 0 || S_ISDIR(info.st_mode)) return false;
+    if (fstat(fileno(file.get()), &info) != 0 || S_ISDIR(info.st_mode)) return 0;
 
     std::vector<unsigned char> chunk(kHashChunkBytes);
-    HashPtr hash(hashCreate(HASH_ALG_GOST12_256));
+    HashPtr hash(hashCreate(algId));
     hashInit(hash.get());
     std::fseek(file.get(), 0, SEEK_SET);
     while (!std::feof(file.get())) {
@@ -48,9 +48,12 @@ bool fHashFile(const char* path, unsigned char digest[32]) {
         if (got < 1) break;
         hashUpdate(hash.get(), chunk.data(), static_cast<uint32_t>(got));
     }
-    if (std::ferror(file.get())) return false;
-    hashFinal(hash.get(), digest, 1);
-    return true;
+    if (std::ferror(file.get())) return 0;
+    return hashFinal(hash.get(), digest, 1);
+}
+
+bool fHashFile(const char* path, unsigned char digest[32]) {
+    return hashFileWith(HASH_ALG_GOST12_256, path, digest) != 0;
 }
 
 void fCalcMemHash(const char* data, unsigned int len, char* digest) {

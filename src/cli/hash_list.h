@@ -6,6 +6,8 @@
 // in the order hashFinal(direct = 1) delivers them.
 #pragma once
 
+#include <cstdint>
+
 // Largest list the checker accepts and the maker writes (entries part).
 constexpr unsigned kHashListMaxBytes = 131071;
 // A list's digests: GOST R 34.11-2012 256-bit, as 64 hex digits.
@@ -46,3 +48,7 @@ int make_hash_file_list(const char* outPath, int fileCount, char** fileNames);
 // Digest of a file's contents, read in chunks. False when the path cannot be
 // opened, is a directory, or a read fails: such a file has no digest to trust.
 bool fHashFile(const char* path, unsigned char digest[32]);
+
+// The same for any hash id; digest holds that algorithm's digest (64 bytes
+// always suffice). Returns the digest's length, 0 where fHashFile is false.
+uint32_t hashFileWith(uint32_t algId, const char* path, unsigned char* digest);

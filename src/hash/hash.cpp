@@ -64,8 +64,8 @@ uint32_t hashUpdate(HashContext* ctx, const void* data, uint32_t len) {
     if (len >= blockLen) {
         // Compressions read whole 64-bit words; an unaligned input goes through block.
         const bool aligned = reinterpret_cast<uintptr_t>(in) % 8 == 0;
-        // The same blocks, compressed in place one after another; only the
-        // fastest GOST R 34.11-2012 compression takes them as one run.
+        // The same blocks, compressed in place one after another; a
+        // compression that can take them as one run does.
         const uint32_t run = len / blockLen;
         if (aligned && streebog::compressRun(ctx, in, run)) {
             in += run * blockLen;

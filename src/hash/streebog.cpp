@@ -12,34 +12,39 @@ namespace {
 constexpr uint32_t kBlockBytes = 64;
 using Block = uint64_t[8];
 
-// Indexed by StreebogImpl.
+// Indexed by StreebogImpl. run, if any, takes a row of whole blocks at once.
 struct Implementation {
     const char* name;
     streebog::GFunction g;
     void (*compress)(HashContext*, const uint8_t*, uint32_t);
+    void (*run)(HashContext*, const uint8_t*, uint32_t);
 };
 
 template <streebog::GFunction G>
 void compressWith(HashContext* ctx, const uint8_t* block, uint32_t bitCount);
 
 const Implementation kImplementations[STREEBOG_IMPL_COUNT] = {
-    {"table", streebog::gTable, compressWith<streebog::gTable>},
+    {"table", streebog::gTable, compressWith<streebog::gTable>, nullptr},
 #if defined(__i386__)
-    {"table-sse2", streebog::gTableSse2, compressWith<streebog::gTableSse2>},
+    {"table-sse2", streebog::gTableSse2, compressWith<streebog::gTableSse2>, nullptr},
 #else
-    {"table-sse2", nullptr, nullptr},  // x86-64 tables already use 64-bit registers
+    {"table-sse2", nullptr, nullptr, nullptr},  // x86-64 tables already use 64-bit registers
 #endif
-    {"avx512-gfni", streebog::gAvx512, streebog::compressAvx512},
+    {"avx512-gfni", streebog::gAvx512, streebog::compressAvx512, streebog::compressRunAvx512},
 };
 
 bool supported(int impl) {
     switch (impl) {
-        case STREEBOG_IMPL_TABLE: return true;
+        case STREEBOG_IMPL_TABLE:
+            return true;
 #if defined(__i386__)
-        case STREEBOG_IMPL_TABLE_SSE2: return streebog::cpuHasSse2();
+        case STREEBOG_IMPL_TABLE_SSE2:
+            return streebog::cpuHasSse2();
 #endif
-        case STREEBOG_IMPL_AVX512_GFNI: return streebog::cpuHasAvx512Gfni();
-        default: return false;
+        case STREEBOG_IMPL_AVX512_GFNI:
+            return streebog::cpuHasAvx512Gfni();
+        default:
+            return false;
     }
 }
 
@@ -79,17 +84,20 @@ void compressWith(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
 }
 
 // The compression a context was made with.
-streebog::GFunction gOf(const HashContext* ctx) {
+const Implementation& implementationOf(const HashContext* ctx) {
     for (const auto& impl : kImplementations)
-        if (impl.compress == ctx->compress) return impl.g;
-    return streebog::gTable;
+        if (impl.compress == ctx->compress) return impl;
+    return kImplementations[STREEBOG_IMPL_TABLE];
 }
+
+streebog::GFunction gOf(const HashContext* ctx) { return implementationOf(ctx).g; }
 
 }  // namespace
 
 bool streebog::compressRun(HashContext* ctx, const uint8_t* blocks, uint32_t count) {
-    if (ctx->compress != compressAvx512) return false;
-    compressRunAvx512(ctx, blocks, count);
+    const auto run = implementationOf(ctx).run;
+    if (run == nullptr) return false;
+    run(ctx, blocks, count);
     return true;
 }
 
