@@ -7,7 +7,6 @@
 #include "card/procedure.h"
 #include "card/record.h"
 #include "card/serial.h"
-#include "random/random.h"
 
 namespace {
 
@@ -37,7 +36,8 @@ int doCheckSummTA(const char* readerName, const char* recordFile, int action) {
     unsigned char select[] = {0x00, 0xA4, 0x04, 0x00, 0x08, 0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x10, 0x01};
     // The answer's length is not checked: a short one leaves zeros, not stale bytes, as the SN.
     std::memset(rx, 0, sizeof rx);
-    if (!exchangeOk(session, select, sizeof select, rx, &rxLen)) return fail("ARM Applet not found", kNotFoundOrPrinted);
+    if (!exchangeOk(session, select, sizeof select, rx, &rxLen))
+        return fail("ARM Applet not found", kNotFoundOrPrinted);
     unsigned char sn[kSnBytes];
     std::memcpy(sn, rx + kSnOffset, kSnBytes);
     if (ssn[0] == '\0') calculateSSN(sn, ssn);
@@ -55,28 +55,13 @@ int doCheckSummTA(const char* readerName, const char* recordFile, int action) {
     if (std::memcmp(rx, cardPcs.data(), kValueBytes) != 0) return fail("cs_init error!", kInitMismatch);
     std::puts("cs_init - Ok!\r");
 
-    if (action == 1) {
-        unsigned char seed[] = {0x80, 0x8C, 0x00, 0x00, 0x00};
-        const int seeded = seedFromCard(session, seed, sizeof seed, rx);
-        if (seeded != 0) return seeded;
-        std::vector<unsigned char> iv(kValueBytes, 0);
-        if (fGetRandom(iv.data(), kValueBytes) != RANDOM_OK) return fail("'get random' error!", kMismatchOrRandom);
-        if (!calculate(session, iv.data(), rx, &rxLen))
-            return fail("'calculate checksum'(from rnd) error!", kRandomChecksumFailed);
-        const std::vector<unsigned char> cs(rx, rx + kValueBytes);
-        printRecord(sn, ssn, iv, cs, cardPcs);
-        return kNotFoundOrPrinted;
-    }
-    if (action != 2) return kVerified;
-
-    printVerifyHeader(readerName, sn, ssn);
-    std::vector<unsigned char> iv, fileCs, filePcs;
-    if (recordFile == nullptr || doParsingCSFile(recordFile, sn, iv, fileCs, filePcs) != RECORD_OK)
-        return failNoRecord(recordFile, kNoRecord);
-    if (!calculate(session, iv.data(), rx, &rxLen))
-        return fail("'calculate checksum'(for IV from file) error!", kFileChecksumFailed);
-    const std::vector<unsigned char> lastCs(rx, rx + kValueBytes);
-    return compareWithRecord(lastCs, fileCs, cardPcs, filePcs, kMismatchOrRandom);
+    const ChecksumApplet applet{
+        kValueBytes,
+        {0x80, 0x8C, 0x00, 0x00, 0x00},
+        [&](const unsigned char* data, unsigned char* out) { return calculate(session, data, out, &rxLen); },
+        doParsingCSFile,
+    };
+    return recordOrVerify(session, applet, action, readerName, recordFile, sn, ssn, cardPcs);
 }
 
 int enumerateTAReadersDoCS(const char* recordFile, int action) {

@@ -7,7 +7,6 @@
 #include "card/procedure.h"
 #include "card/record.h"
 #include "card/serial.h"
-#include "random/random.h"
 
 namespace {
 
@@ -50,7 +49,8 @@ int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
     if (!selectApplet(session, rx, &rxLen)) return fail("Veltora-2 GOST not found", kNotFoundOrPrinted);
 
     // The SN is the 8 bytes just before the status word.
-    if (!getInfo(session, 0x00, rx, &rxLen, 0) || rxLen < kSnBytes + 2) return fail("'get info' error!", kCommandFailed);
+    if (!getInfo(session, 0x00, rx, &rxLen, 0) || rxLen < kSnBytes + 2)
+        return fail("'get info' error!", kCommandFailed);
     unsigned char sn[kSnBytes];
     std::memcpy(sn, rx + rxLen - 2 - kSnBytes, kSnBytes);
     std::printf("#SN:");
@@ -69,32 +69,21 @@ int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
     if (!getInfo(session, 0x0B, rx, &rxLen, kValueResponse)) return fail("'get info' error!", kCommandFailed);
     const std::vector<unsigned char> cardPcs(rx, rx + kValueBytes);
 
-    if (!calculate(session, sn, kSnBytes, rx, &rxLen)) return fail("'calculate checksum'(from SN) error!", kCommandFailed);
+    if (!calculate(session, sn, kSnBytes, rx, &rxLen))
+        return fail("'calculate checksum'(from SN) error!", kCommandFailed);
     if (std::memcmp(rx, initCs.data(), kValueBytes) != 0) return fail("cs_init error!", kInitMismatch);
     std::puts("cs_init - Ok!\r");
 
-    if (action == 1) {
-        unsigned char seed[] = {0x80, 0x3E, 0xD0, 0x00, 0x20};
-        const int seeded = seedFromCard(session, seed, sizeof seed, rx);
-        if (seeded != 0) return seeded;
-        std::vector<unsigned char> iv(kValueBytes, 0);
-        if (fGetRandom(iv.data(), kValueBytes) != RANDOM_OK) return fail("'get random' error!", kMismatchOrRandom);
-        if (!calculate(session, iv.data(), kValueBytes, rx, &rxLen))
-            return fail("'calculate checksum'(from rnd) error!", kRandomChecksumFailed);
-        const std::vector<unsigned char> cs(rx, rx + kValueBytes);
-        printRecord(sn, ssn, iv, cs, cardPcs);
-        return kNotFoundOrPrinted;
-    }
-    if (action != 2) return kVerified;
-
-    printVerifyHeader(readerName, sn, ssn);
-    std::vector<unsigned char> iv, fileCs, filePcs;
-    if (recordFile == nullptr || findChecksumRecord(recordFile, sn, kValueBytes, iv, fileCs, filePcs) != RECORD_OK)
-        return failNoRecord(recordFile, kNoRecord);
-    if (!calculate(session, iv.data(), kValueBytes, rx, &rxLen))
-        return fail("'calculate checksum'(for IV from file) error!", kFileChecksumFailed);
-    const std::vector<unsigned char> lastCs(rx, rx + kValueBytes);
-    return compareWithRecord(lastCs, fileCs, cardPcs, filePcs, kMismatchOrRandom);
+    const ChecksumApplet applet{
+        kValueBytes,
+        {0x80, 0x3E, 0xD0, 0x00, 0x20},
+        [&](const unsigned char* data, unsigned char* out) {
+            return calculate(session, data, kValueBytes, out, &rxLen);
+        },
+        [](const char* file, const unsigned char* sn, std::vector<unsigned char>& iv, std::vector<unsigned char>& cs,
+           std::vector<unsigned char>& pcs) { return findChecksumRecord(file, sn, kValueBytes, iv, cs, pcs); },
+    };
+    return recordOrVerify(session, applet, action, readerName, recordFile, sn, ssn, cardPcs);
 }
 
 int enumerateReadersDoCS(const char* recordFile, int action) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "card/record.h"
 #include "random/random.h"
 
 namespace {
@@ -48,8 +49,7 @@ bool exchangeOk(const CardSession& session, unsigned char* command, DWORD comman
     return apduOk(result, rx, *rxLen) && (length == 0 || *rxLen == length);
 }
 
-int seedFromCard(const CardSession& session, unsigned char* seedCommand, DWORD seedCommandLength,
-                 unsigned char* rx) {
+int seedFromCard(const CardSession& session, unsigned char* seedCommand, DWORD seedCommandLength, unsigned char* rx) {
     if (fGetRandomState() > RANDOM_SEEDED_URANDOM) return 0;
     DWORD firstLen = kApduBufferBytes;
     LONG result = SendAPDU(session.card(), session.protocol(), seedCommand, seedCommandLength, rx, &firstLen);
@@ -57,7 +57,8 @@ int seedFromCard(const CardSession& session, unsigned char* seedCommand, DWORD s
     if (ok) {
         // The second answer goes right after the first 32 bytes, offered as
         // much room as the first answer took, but never past the buffer.
-        DWORD secondLen = firstLen < kApduBufferBytes - kSeedAnswerBytes ? firstLen : kApduBufferBytes - kSeedAnswerBytes;
+        DWORD secondLen =
+            firstLen < kApduBufferBytes - kSeedAnswerBytes ? firstLen : kApduBufferBytes - kSeedAnswerBytes;
         result = SendAPDU(session.card(), session.protocol(), seedCommand, seedCommandLength, rx + kSeedAnswerBytes,
                           &secondLen);
         ok = apduOk(result, rx + kSeedAnswerBytes, secondLen);
@@ -89,6 +90,35 @@ void printRecord(const unsigned char* sn, const char* ssn, const std::vector<uns
     if (const std::tm* local = std::localtime(&now)) std::strftime(stamp, sizeof stamp, "%x_%X", local);
     std::printf("#GEN_TIME:%s", stamp);
     std::puts("\r");
+}
+
+int recordOrVerify(const CardSession& session, const ChecksumApplet& applet, int action, const char* readerName,
+                   const char* recordFile, const unsigned char* sn, const char* ssn,
+                   const std::vector<unsigned char>& cardPcs) {
+    unsigned char rx[kApduBufferBytes];
+    if (action == 1) {
+        std::vector<unsigned char> seed = applet.seedCommand;
+        const int seeded = seedFromCard(session, seed.data(), static_cast<DWORD>(seed.size()), rx);
+        if (seeded != 0) return seeded;
+        std::vector<unsigned char> iv(applet.valueBytes, 0);
+        if (fGetRandom(iv.data(), applet.valueBytes) != RANDOM_OK)
+            return fail("'get random' error!", kMismatchOrRandom);
+        if (!applet.calculate(iv.data(), rx))
+            return fail("'calculate checksum'(from rnd) error!", kRandomChecksumFailed);
+        const std::vector<unsigned char> cs(rx, rx + applet.valueBytes);
+        printRecord(sn, ssn, iv, cs, cardPcs);
+        return kNotFoundOrPrinted;
+    }
+    if (action != 2) return kVerified;
+
+    printVerifyHeader(readerName, sn, ssn);
+    std::vector<unsigned char> iv, fileCs, filePcs;
+    if (recordFile == nullptr || applet.findRecord(recordFile, sn, iv, fileCs, filePcs) != RECORD_OK)
+        return failNoRecord(recordFile, kNoRecord);
+    if (!applet.calculate(iv.data(), rx))
+        return fail("'calculate checksum'(for IV from file) error!", kFileChecksumFailed);
+    const std::vector<unsigned char> lastCs(rx, rx + applet.valueBytes);
+    return compareWithRecord(lastCs, fileCs, cardPcs, filePcs, kMismatchOrRandom);
 }
 
 int enumerateReaders(int (*procedure)(const char*, const char*, int), const char* recordFile, int action) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <vector>
 
 #include "card/apdu.h"
@@ -9,14 +10,14 @@
 // Results of the checksum procedures (deliberately not unique: the entry
 // point only tells negative from non-negative).
 enum {
-    kNotFoundOrPrinted = 1,     // card or applet not found, or a record printed
-    kVerified = 0,              // verified, or an action other than 1 and 2
-    kCommandFailed = -1,        // a card command failed (-cs), or the seed request
-    kInitMismatch = -2,         // cs_init mismatch
-    kMismatchOrRandom = -3,     // random generator failure, checksum or PCS mismatch
-    kRandomChecksumFailed = -4, // checksum for the random IV failed
-    kNoRecord = -5,             // no usable record in the file
-    kFileChecksumFailed = -6,   // checksum for the file's IV failed
+    kNotFoundOrPrinted = 1,      // card or applet not found, or a record printed
+    kVerified = 0,               // verified, or an action other than 1 and 2
+    kCommandFailed = -1,         // a card command failed (-cs), or the seed request
+    kInitMismatch = -2,          // cs_init mismatch
+    kMismatchOrRandom = -3,      // random generator failure, checksum or PCS mismatch
+    kRandomChecksumFailed = -4,  // checksum for the random IV failed
+    kNoRecord = -5,              // no usable record in the file
+    kFileChecksumFailed = -6,    // checksum for the file's IV failed
 };
 
 // Prints bytes as upper-case hex, two digits a byte.
@@ -44,12 +45,30 @@ bool exchangeOk(const CardSession& session, unsigned char* command, DWORD comman
 // Asks the card for two seed answers, the second stored 32 bytes after the
 // first, and seeds the generator from the 64 bytes; only when the generator
 // has no card seed yet. Returns 0, or the procedure's code with its message printed.
-int seedFromCard(const CardSession& session, unsigned char* seedCommand, DWORD seedCommandLength,
-                 unsigned char* rx);
+int seedFromCard(const CardSession& session, unsigned char* seedCommand, DWORD seedCommandLength, unsigned char* rx);
 
 // Prints "#SN:..(#SSN:..)#IV:..#CS:..#PCS:..#GEN_TIME:.." and the line end.
 void printRecord(const unsigned char* sn, const char* ssn, const std::vector<unsigned char>& iv,
                  const std::vector<unsigned char>& cs, const std::vector<unsigned char>& pcs);
+
+// What the common end of a procedure needs from its applet. calculate writes
+// the applet's checksum of valueBytes bytes at data to rx (false: the
+// command failed); findRecord is the record file lookup for its values.
+struct ChecksumApplet {
+    DWORD valueBytes;
+    std::vector<unsigned char> seedCommand;
+    std::function<bool(const unsigned char* data, unsigned char* rx)> calculate;
+    std::function<int(const char* recordFile, const unsigned char* sn, std::vector<unsigned char>& iv,
+                      std::vector<unsigned char>& cs, std::vector<unsigned char>& pcs)>
+        findRecord;
+};
+
+// The end of both procedures, once cs_init checked out. Action 1: seed the
+// generator from the card, draw an IV and print a new record; 2: verify the
+// card against its record in recordFile; other: kVerified.
+int recordOrVerify(const CardSession& session, const ChecksumApplet& applet, int action, const char* readerName,
+                   const char* recordFile, const unsigned char* sn, const char* ssn,
+                   const std::vector<unsigned char>& cardPcs);
 
 // Runs procedure on every reader PC/SC lists, in list order; returns the last result.
 int enumerateReaders(int (*procedure)(const char*, const char*, int), const char* recordFile, int action);
