@@ -23,7 +23,7 @@ bool calculate(const CardSession& session, const unsigned char* data, unsigned c
 }  // namespace
 
 int doCheckSummTA(const char* readerName, const char* recordFile, int action) {
-    std::printf("\r\n %s : ", readerName);
+    printReaderHeader(readerName);
     const CardSession session(readerName);
     if (!session.ok()) return fail("card not found", kNotFoundOrPrinted);
 
@@ -53,7 +53,7 @@ int doCheckSummTA(const char* readerName, const char* recordFile, int action) {
     // The card's PCS is its stored checksum of the SN.
     if (!calculate(session, sn, rx, &rxLen)) return fail("'calculate cs of SN' error!", kNotFoundOrPrinted);
     if (std::memcmp(rx, cardPcs.data(), kValueBytes) != 0) return fail("cs_init error!", kInitMismatch);
-    std::puts("cs_init - Ok!\r");
+    printInitOk();
 
     const ChecksumApplet applet{
         kValueBytes,

@@ -40,7 +40,7 @@ bool calculate(const CardSession& session, const unsigned char* data, unsigned c
 }  // namespace
 
 int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
-    std::printf("\r\n %s : ", readerName);
+    printReaderHeader(readerName);
     const CardSession session(readerName);
     if (!session.ok()) return fail("card not found", kNotFoundOrPrinted);
 
@@ -72,7 +72,7 @@ int doCheckSummPX2(const char* readerName, const char* recordFile, int action) {
     if (!calculate(session, sn, kSnBytes, rx, &rxLen))
         return fail("'calculate checksum'(from SN) error!", kCommandFailed);
     if (std::memcmp(rx, initCs.data(), kValueBytes) != 0) return fail("cs_init error!", kInitMismatch);
-    std::puts("cs_init - Ok!\r");
+    printInitOk();
 
     const ChecksumApplet applet{
         kValueBytes,

@@ -4,12 +4,12 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/timestamp.h"
 #include "card/record.h"
 #include "random/random.h"
 
 namespace {
 
-constexpr DWORD kReaderListChars = 2048;
 constexpr DWORD kSeedAnswerBytes = 32;
 
 }  // namespace
@@ -18,8 +18,21 @@ void printHex(const unsigned char* data, size_t len) {
     for (size_t i = 0; i < len; ++i) std::printf("%02X", data[i]);
 }
 
+// Each reader's line and verdict is out as soon as it is printed: a log
+// shows which card a run is at, and a run stopped midway keeps it.
+void printReaderHeader(const char* readerName) {
+    std::printf("\r\n %s : ", readerName);
+    std::fflush(stdout);
+}
+
+void printInitOk() {
+    std::puts("cs_init - Ok!\r");
+    std::fflush(stdout);
+}
+
 int fail(const char* message, int code) {
     std::printf("%s", message);
+    std::fflush(stdout);
     return code;
 }
 
@@ -31,6 +44,7 @@ void printVerifyHeader(const char* readerName, const unsigned char* sn, const ch
 
 int failNoRecord(const char* recordFile, int code) {
     std::printf("SN found error in file %s!", recordFile != nullptr ? recordFile : "(null)");
+    std::fflush(stdout);
     return code;
 }
 
@@ -40,6 +54,7 @@ int compareWithRecord(const std::vector<unsigned char>& cardCs, const std::vecto
     if (cardCs != fileCs) return fail("cs_file error!", mismatchCode);
     if (cardPcs != filePcs) return fail("pcs_file error!", mismatchCode);
     std::puts("cs_pcs_file - Ok!\r");
+    std::fflush(stdout);
     return 0;
 }
 
@@ -63,14 +78,8 @@ int seedFromCard(const CardSession& session, unsigned char* seedCommand, DWORD s
                           &secondLen);
         ok = apduOk(result, rx + kSeedAnswerBytes, secondLen);
     }
-    if (!ok) {
-        std::printf("'receive random seed' error!");
-        return kCommandFailed;
-    }
-    if (fInitRandom(rx) != RANDOM_OK) {
-        std::printf("'init random' error!");
-        return kMismatchOrRandom;
-    }
+    if (!ok) return fail("'receive random seed' error!", kCommandFailed);
+    if (fInitRandom(rx) != RANDOM_OK) return fail("'init random' error!", kMismatchOrRandom);
     return 0;
 }
 
@@ -85,11 +94,11 @@ void printRecord(const unsigned char* sn, const char* ssn, const std::vector<uns
     printHex(cs.data(), cs.size());
     std::printf("#PCS:");
     printHex(pcs.data(), pcs.size());
-    char stamp[80] = {};
-    const std::time_t now = std::time(nullptr);
-    if (const std::tm* local = std::localtime(&now)) std::strftime(stamp, sizeof stamp, "%x_%X", local);
+    char stamp[80];
+    formatTimeStamp(std::time(nullptr), stamp, sizeof stamp);
     std::printf("#GEN_TIME:%s", stamp);
     std::puts("\r");
+    std::fflush(stdout);
 }
 
 int recordOrVerify(const CardSession& session, const ChecksumApplet& applet, int action, const char* readerName,
@@ -121,23 +130,37 @@ int recordOrVerify(const CardSession& session, const ChecksumApplet& applet, int
     return compareWithRecord(lastCs, fileCs, cardPcs, filePcs, kMismatchOrRandom);
 }
 
+namespace {
+
+// The reader names PC/SC lists, copied out of its own allocation (sized to
+// the list, however long) and ended by two NULs; empty when listing fails.
+std::vector<char> listReaders(SCARDCONTEXT context) {
+    char* names = nullptr;
+    DWORD length = SCARD_AUTOALLOCATE;
+    std::vector<char> list;
+    if (SCardListReaders(context, nullptr, reinterpret_cast<char*>(&names), &length) == SCARD_S_SUCCESS &&
+        names != nullptr) {
+        list.assign(names, names + length);
+        SCardFreeMemory(context, names);
+    }
+    list.insert(list.end(), 2, '\0');
+    return list;
+}
+
+}  // namespace
+
 int enumerateReaders(int (*procedure)(const char*, const char*, int), const char* recordFile, int action) {
     SCARDCONTEXT context = 0;
     if (SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context) != SCARD_S_SUCCESS) return 0;
-    // Two spare NULs keep the walk below inside the buffer whatever the list holds.
-    char readers[kReaderListChars + 2] = {};
-    DWORD length = kReaderListChars;
-    const LONG listed = SCardListReaders(context, nullptr, readers, &length);
+    const std::vector<char> readers = listReaders(context);
     SCardReleaseContext(context);
-    if (listed != SCARD_S_SUCCESS || readers[0] == '\0') {
-        std::printf("\r\nReaders list is empty");
-        return 0;
-    }
     int result = 0;
-    for (const char* name = readers; *name != '\0'; name += std::strlen(name) + 1) {
+    if (readers[0] == '\0') std::printf("\r\nReaders list is empty");
+    for (const char* name = readers.data(); *name != '\0'; name += std::strlen(name) + 1) {
         // Each reader is visited; only the last one's result is kept.
         result = procedure(name, recordFile, action);
     }
     std::puts("\r");
+    std::fflush(stdout);
     return result;
 }

@@ -23,6 +23,11 @@ enum {
 // Prints bytes as upper-case hex, two digits a byte.
 void printHex(const unsigned char* data, size_t len);
 
+// "\r\n <reader> : ", the start of each reader's line.
+void printReaderHeader(const char* readerName);
+// "cs_init - Ok!\r" and a line feed.
+void printInitOk();
+
 // Prints message (no line end) and returns code: every failure of a procedure.
 int fail(const char* message, int code);
 

@@ -55,7 +55,9 @@ struct CipherCtx {
     uint8_t* reg;         // owned feedback register / counter block / MAC state
     uint8_t pending[8];   // bytes held between calls, or unused CTR/OFB/CFB gamma
     uint32_t pendingLen;
+    uint32_t reserved;    // pads the record to the 72 bytes other tools allocate on 32-bit x86
 };
+static_assert(sizeof(void*) != 4 || sizeof(CipherCtx) == 72, "the record is 72 bytes on 32-bit x86");
 
 // Allocates a zeroed context into *holder.
 uint32_t cipherCtxAlloc(CipherCtx** holder);

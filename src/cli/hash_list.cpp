@@ -1,12 +1,16 @@
 #include "cli/hash_list.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <vector>
 
+#include "base/file_guard.h"
 #include "hash/hash.h"
 
 const char strOk[] = "Ok!";
@@ -16,11 +20,6 @@ namespace {
 
 constexpr size_t kListBufferBytes = kHashListMaxBytes + 1;
 
-struct FileCloser {
-    void operator()(FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 // Compares our hex text with the text at `listed`, stopping at the first
 // difference: our digits are never zero, so a terminator always stops it.
 bool hexMatches(const char* ours, const char* listed) {
@@ -29,26 +28,37 @@ bool hexMatches(const char* ours, const char* listed) {
     return true;
 }
 
+// A verdict goes out as soon as it is decided: an operator following a log
+// sees progress, and a run stopped midway leaves what it decided.
+void printVerdict(const char* word) {
+    std::printf("%s", word);
+    std::fflush(stdout);
+}
+
 }  // namespace
 
 uint32_t hashFileWith(uint32_t algId, const char* path, unsigned char* digest) {
-    FilePtr file(std::fopen(path, "rb"));
-    if (!file) return 0;
-    // fopen accepts a directory; reading it fails, and its "contents" would
-    // hash like an empty file.
+    // Never waits: a FIFO would block the open until a writer came, and a
+    // FIFO, a socket or a character device (/dev/zero) may never end. Only
+    // regular files and block devices have contents to vouch for; a
+    // directory is refused too, as it would hash like an empty file.
+    const FdGuard file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (file.get() < 0) return 0;
     struct stat info;
-    if (fstat(fileno(file.get()), &info) != 0 || S_ISDIR(info.st_mode)) return 0;
+    if (fstat(file.get(), &info) != 0 || !(S_ISREG(info.st_mode) || S_ISBLK(info.st_mode))) return 0;
 
     std::vector<unsigned char> chunk(kHashChunkBytes);
     HashPtr hash(hashCreate(algId));
     hashInit(hash.get());
-    std::fseek(file.get(), 0, SEEK_SET);
-    while (!std::feof(file.get())) {
-        const size_t got = std::fread(chunk.data(), 1, chunk.size(), file.get());
-        if (got < 1) break;
+    for (;;) {
+        const ssize_t got = read(file.get(), chunk.data(), chunk.size());
+        if (got == 0) break;
+        if (got < 0) {
+            if (errno == EINTR) continue;
+            return 0;  // a read error leaves no digest to trust
+        }
         hashUpdate(hash.get(), chunk.data(), static_cast<uint32_t>(got));
     }
-    if (std::ferror(file.get())) return 0;
     return hashFinal(hash.get(), digest, 1);
 }
 
@@ -99,12 +109,11 @@ int fCheckFileHash(const char* path, const char* hexDigest) {
 
 int DoParsingFile(const char* listPath) {
     if (listPath == nullptr) return -1;
-    FilePtr file(std::fopen(listPath, "rb"));
+    FileGuard file(std::fopen(listPath, "rb"));
     if (!file) return -1;
 
     // One byte more than the largest list: the text is always zero-terminated.
     std::vector<char> list(kListBufferBytes, '\0');
-    std::fseek(file.get(), 0, SEEK_SET);
     const size_t got = std::fread(list.data(), 1, list.size(), file.get());
     file.reset();
     if (got == 0 || got == list.size()) return -2;
@@ -113,14 +122,14 @@ int DoParsingFile(const char* listPath) {
     char* const text = list.data();
     const char* star = std::strchr(text, '*');
     if (star == nullptr) {
-        std::printf("%s", strError);
+        printVerdict(strError);
         return -3;
     }
     if (fCheckMemHash(text, star + 1) != 1) {
-        std::printf("%s", strError);
+        printVerdict(strError);
         return -4;
     }
-    std::printf("%s", strOk);
+    printVerdict(strOk);
 
     // The header and even text after the trailer are scanned for entries alike.
     char* scan = text;
@@ -136,15 +145,15 @@ int DoParsingFile(const char* listPath) {
         unsigned char digest[kDigestBytes];
         char hex[kDigestHexChars + 1];
         if (!fHashFile(name, digest)) {
-            std::printf("%s", strError);
+            printVerdict(strError);
             return 0;
         }
         print_hex_str(digest, kDigestBytes, hex);
         if (!hexMatches(hex, dollar + 1)) {
-            std::printf("%s", strError);
+            printVerdict(strError);
             return 0;
         }
-        std::printf("%s", strOk);
+        printVerdict(strOk);
         scan = dollar + 1 + kDigestHexChars;
     }
 }

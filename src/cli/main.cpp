@@ -1,3 +1,6 @@
+#include <fcntl.h>
+
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
@@ -40,11 +43,24 @@ int cardMode(const char* banner, int (*enumerate)(const char*, int), int argc, c
     return -1;
 }
 
+// A standard descriptor closed by our caller would be the next file we
+// open, and our messages would be written into it: each closed one is
+// opened on /dev/null first.
+bool keepStandardDescriptors() {
+    for (int fd = 0; fd <= 2; ++fd) {
+        if (fcntl(fd, F_GETFD) >= 0 || errno != EBADF) continue;
+        // The lowest free descriptor: fd itself, as those below it are open.
+        if (open("/dev/null", O_RDWR) != fd) return false;
+    }
+    return true;
+}
+
 bool is(const char* arg, const char* option) { return std::strcmp(arg, option) == 0; }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (!keepStandardDescriptors()) return -1;
     std::setlocale(LC_ALL, "Russian");
     const char* self = argc > 0 && argv[0] != nullptr ? argv[0] : VELTCHECK_NAME;
 

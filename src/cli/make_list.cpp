@@ -1,9 +1,13 @@
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string>
+#include <utility>
 
+#include "base/file_guard.h"
+#include "base/timestamp.h"
 #include "cli/hash_list.h"
 #include "cli/version.h"
 
@@ -11,17 +15,37 @@ namespace {
 
 constexpr char kHashOid[] = "HASH OID:1.2.643.7.1.1.2.2; TIME:";
 
-struct FileCloser {
-    void operator()(FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 std::string creationTime() {
-    char stamp[256] = {};
-    const std::time_t now = std::time(nullptr);
-    const std::tm* local = std::localtime(&now);
-    if (local != nullptr) std::strftime(stamp, sizeof stamp, "%x_%X", local);
+    char stamp[256];
+    formatTimeStamp(std::time(nullptr), stamp, sizeof stamp);
     return stamp;
+}
+
+void failToHash(const char* name, const char* why) {
+    std::printf("\r\n%s : HASH error!", name);
+    std::printf(" %s !", why);
+}
+
+// "*" ends the entries and "$" ends a name: a list naming such a file could
+// never pass its own check, so the name is refused before any work is done.
+bool listable(const char* name) {
+    const char* bad = std::strpbrk(name, "*$");
+    if (bad == nullptr) return true;
+    const std::string why = std::string("Can't list a name holding '") + *bad + "'";
+    failToHash(name, why.c_str());
+    return false;
+}
+
+// The whole list reaches the file, or the file is left empty: a failed
+// write, flush or close (a full disk, /dev/full) must not leave half a list.
+bool writeWhole(FileGuard out, const char* outPath, const std::string& list) {
+    std::FILE* file = out.release();
+    const bool written = std::fwrite(list.data(), 1, list.size(), file) == list.size() && std::fflush(file) == 0;
+    // Emptying is best effort: a file that takes neither is beyond our help.
+    if (!written) static_cast<void>(ftruncate(fileno(file), 0) == 0);
+    const bool closed = std::fclose(file) == 0;
+    if (written && !closed) static_cast<void>(truncate(outPath, 0) == 0);
+    return written && closed;
 }
 
 }  // namespace
@@ -30,11 +54,13 @@ int make_hash_file_list(const char* outPath, int fileCount, char** fileNames) {
     if (outPath == nullptr || fileNames == nullptr || fileCount < 1) return 0;
 
     // Opening creates or empties the file at once; it is written only at the end.
-    FilePtr out(std::fopen(outPath, "wb"));
+    FileGuard out(std::fopen(outPath, "wb"));
     if (!out) {
         std::printf("\r\n Error: can't create file %s !", outPath);
         return 0;
     }
+    for (int i = 0; i < fileCount; ++i)
+        if (fileNames[i] != nullptr && !listable(fileNames[i])) return 0;
 
     std::string list;
     // Room for the entries plus the trailer ("*" and 64 digits) appended after them.
@@ -48,8 +74,7 @@ int make_hash_file_list(const char* outPath, int fileCount, char** fileNames) {
         const char* name = fileNames[i] != nullptr ? fileNames[i] : "(null)";
         unsigned char digest[kDigestBytes];
         if (fileNames[i] == nullptr || !fHashFile(name, digest)) {
-            std::printf("\r\n%s : HASH error!", name);
-            std::printf(" Can't open file %s !", name);
+            failToHash(name, (std::string("Can't open file ") + name).c_str());
             return 0;
         }
         const size_t nameLen = std::strlen(name);
@@ -71,7 +96,12 @@ int make_hash_file_list(const char* outPath, int fileCount, char** fileNames) {
     print_hex_str(listDigest, kDigestBytes, hex);
     list += hex;
 
-    std::fwrite(list.data(), 1, list.size(), out.get());
+    // Closed before the echo: a reader of the echo that goes away (a pipe
+    // into head) can no longer cut the list short.
+    if (!writeWhole(std::move(out), outPath, list)) {
+        std::printf("\r\n Error: can't write file %s !", outPath);
+        return -1;
+    }
     std::puts(list.c_str());
     return 0;
 }

@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 
+#include "base/file_guard.h"
 #include "cipher/cipher.h"
 
 namespace {
@@ -32,20 +34,6 @@ CipherCtx* gRandomCtx = nullptr;
 uint32_t gRandomState = RANDOM_UNSEEDED;
 std::string gSourcePath = kURandomPath;
 
-class FdGuard {
-public:
-    explicit FdGuard(int fd) : fd_(fd) {}
-    ~FdGuard() {
-        if (fd_ >= 0) close(fd_);
-    }
-    FdGuard(const FdGuard&) = delete;
-    FdGuard& operator=(const FdGuard&) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
 class WipeOnExit {
 public:
     WipeOnExit(uint8_t* p, size_t n) : p_(p), n_(n) {}
@@ -59,14 +47,16 @@ private:
 };
 
 // Opens the source afresh for every request. A failed open is not checked:
-// reading the bad descriptor fails, and that is the error reported. A zero
-// read is taken as a short read, not as the end: /dev/urandom has no end.
+// reading the bad descriptor fails, and that is the error reported. An end
+// of file is an error too: /dev/urandom has none, and a source that ends
+// (a broken or replaced device) would otherwise be read for ever.
 bool readSource(uint8_t* buf, uint32_t len) {
-    FdGuard fd(open(gSourcePath.c_str(), O_RDONLY));
+    const FdGuard fd(open(gSourcePath.c_str(), O_RDONLY | O_CLOEXEC));
     uint32_t got = 0;
     while (got < len) {
         const ssize_t n = read(fd.get(), buf + got, len - got);
-        if (n < 0) return false;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
         got += static_cast<uint32_t>(n);
     }
     return true;

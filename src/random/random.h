@@ -44,5 +44,5 @@ void fFillURandom(uint8_t* buf, uint32_t len);
 // True when the 32-byte block passes the quality test.
 bool fRandomBlockPasses(const uint8_t block[32]);
 // Reads entropy from path instead of /dev/urandom; null restores /dev/urandom.
-// Reads never stop at end of file, so a file source needs at least 40 bytes.
+// A file source that ends before a read is complete fails like an unreadable one.
 void fSetRandomSourceForTests(const char* path);

@@ -1,5 +1,6 @@
 #include "run_program.h"
 
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -7,7 +8,7 @@
 #include <stdexcept>
 
 RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& cwd,
-                       const std::vector<std::string>& env) {
+                       const std::vector<std::string>& env, const std::string& until) {
     std::vector<std::string> words = {"veltcheck"};
     words.insert(words.end(), args.begin(), args.end());
     // Under VELT_VALGRIND the program runs in memcheck, and any memory error
@@ -33,6 +34,7 @@ RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& 
         close(fds[0]);
         close(fds[1]);
         if (chdir(cwd.c_str()) != 0) _exit(121);
+        alarm(300);  // outlives exec: a hanging program ends with SIGALRM
         for (const auto& entry : env) putenv(const_cast<char*>(entry.c_str()));
         if (underValgrind) {
             const std::string bin = VELTCHECK_BIN;
@@ -46,7 +48,14 @@ RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& 
     RunResult result{{}, -1};
     char buf[65536];
     ssize_t got;
-    while ((got = read(fds[0], buf, sizeof buf)) > 0) result.out.append(buf, static_cast<size_t>(got));
+    while ((got = read(fds[0], buf, sizeof buf)) > 0) {
+        result.out.append(buf, static_cast<size_t>(got));
+        if (!until.empty() && result.out.find(until) != std::string::npos) {
+            result.runningAtMark = waitpid(pid, nullptr, WNOHANG) == 0;
+            kill(pid, SIGKILL);
+            break;
+        }
+    }
     close(fds[0]);
     int status = 0;
     waitpid(pid, &status, 0);

@@ -102,7 +102,8 @@ TEST_F(Random, EveryWholeBlockPasses) {
 }
 
 TEST_F(Random, StateAndResultsAfterEachCall) {
-    enum Op { Get0, Get32, Init, InitNull, Done, BreakSource };
+    enum Op { Get0, Get32, Init, InitNull, Done, BreakSource, EndSource };
+    testsupport::writeFile(dir.file("short"), std::string(20, 'x'));  // ends before a seed is read
     const struct {
         const char* name;
         std::vector<std::vector<uint32_t>> steps;  // op, result (ignored for BreakSource), state
@@ -113,6 +114,7 @@ TEST_F(Random, StateAndResultsAfterEachCall) {
         {"card seed after urandom, twice", {{Get32, 0, 1}, {Init, 0, 2}, {Init, 0, 2}}},
         {"done starts over", {{Get32, 0, 1}, {Done, 0, 0}, {Done, 2, 0}, {Get32, 0, 1}}},
         {"unreadable source", {{BreakSource, 0, 0}, {Get0, 2, 0}, {Get32, 2, 0}, {Init, 2, 0}}},
+        {"source that ends", {{EndSource, 0, 0}, {Get0, 2, 0}, {Init, 2, 0}, {Get32, 2, 0}}},
         {"card-seeded: not read again", {{Init, 0, 2}, {BreakSource, 0, 2}, {Get32, 0, 2}, {Init, 2, 2}}},
         {"urandom-seeded: not read again", {{Get0, 0, 1}, {BreakSource, 0, 1}, {Get32, 0, 1}, {Init, 2, 1}}},
     };
@@ -129,6 +131,7 @@ TEST_F(Random, StateAndResultsAfterEachCall) {
                 case InitNull: result = fInitRandom(nullptr); break;
                 case Done: result = fDoneRandom(); break;
                 case BreakSource: useSource("missing"); break;
+                case EndSource: useSource("short"); break;
             }
             EXPECT_EQ(result, want) << scenario.name << ", step " << i;
             EXPECT_EQ(fGetRandomState(), scenario.steps[i][2]) << scenario.name << ", step " << i;
