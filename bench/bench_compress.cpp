@@ -13,7 +13,6 @@
 #include "cli/hash_list.h"
 #include "hash/hash.h"
 #include "hash/streebog.h"
-#include "hash/streebog_internal.h"
 
 namespace {
 
@@ -23,19 +22,8 @@ void report(benchmark::State& state, uint64_t tscTicks, uint64_t bytesPerIterati
     state.counters["tsc_cycles_per_byte"] = static_cast<double>(tscTicks) / bytes;
 }
 
-streebog::GFunction gOf(int impl) {
-    switch (impl) {
-#if defined(__i386__)
-        case STREEBOG_IMPL_TABLE_SSE2: return streebog::gTableSse2;
-#endif
-        case STREEBOG_IMPL_AVX512_GFNI: return streebog::gAvx512;
-        default: return streebog::gTable;
-    }
-}
-
 // Each call takes the last one's h, as in hashing a file: latency, not throughput.
-void compressOnly(benchmark::State& state, int impl) {
-    const streebog::GFunction g = gOf(impl);
+void compressOnly(benchmark::State& state, StreebogG g) {
     uint64_t h[8] = {}, n[8] = {}, m[8];
     for (uint64_t i = 0; i < 8; ++i) m[i] = 0x0123456789abcdefULL * (i + 1);
     const uint64_t start = __rdtsc();
@@ -66,9 +54,10 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     for (int impl = 0; impl < STREEBOG_IMPL_COUNT; ++impl) {
-        if (!streebogImplAvailable(impl)) continue;
-        const std::string name = streebogImplName(impl);
-        benchmark::RegisterBenchmark(("streebog_g/" + name).c_str(), compressOnly, impl)->UseRealTime();
+        const StreebogCompression& c = *streebogCompression(impl);
+        if (!c.available()) continue;
+        const std::string name = c.name;
+        benchmark::RegisterBenchmark(("streebog_g/" + name).c_str(), compressOnly, c.g)->UseRealTime();
         benchmark::RegisterBenchmark(("streebog256_64KiB/" + name).c_str(), hashChunks, HASH_ALG_GOST12_256, impl)
             ->UseRealTime();
     }

@@ -4,9 +4,9 @@
 #include <cstring>
 #include <new>
 
+#include "base/wipe.h"
 #include "hash/gost94.h"
 #include "hash/streebog.h"
-#include "hash/streebog_internal.h"
 
 namespace {
 
@@ -66,8 +66,9 @@ uint32_t hashUpdate(HashContext* ctx, const void* data, uint32_t len) {
         const bool aligned = reinterpret_cast<uintptr_t>(in) % 8 == 0;
         // The same blocks, compressed in place one after another; a
         // compression that can take them as one run does.
-        const uint32_t run = len / blockLen;
-        if (aligned && streebog::compressRun(ctx, in, run)) {
+        if (aligned && ctx->compressBlocks != nullptr) {
+            const uint32_t run = len / blockLen;
+            ctx->compressBlocks(ctx, in, run);
             in += run * blockLen;
             len -= run * blockLen;
         }
@@ -107,16 +108,15 @@ uint32_t hashFinal(HashContext* ctx, void* out, int direct) {
 void hashFree(HashContext* ctx) {
     if (ctx == nullptr) return;
     // Keyed hashing passes key material through the work area.
-    explicit_bzero(ctx->state, 4 * static_cast<size_t>(ctx->blockLen));
+    secureZero(ctx->state, 4 * static_cast<size_t>(ctx->blockLen));
     std::free(ctx->state);
-    explicit_bzero(ctx, sizeof *ctx);
+    secureZero(ctx, sizeof *ctx);
     delete ctx;
 }
 
 HashContext* hashClone(const HashContext* src) {
-    HashContext* copy = allocateFor(src->algId);
-    if (copy == nullptr) std::abort();
-    copy->algId = src->algId;
+    // Any compression of the algorithm continues from the same work area.
+    HashContext* copy = hashCreate(src->algId);
     std::memcpy(copy->state, src->state, 4 * static_cast<size_t>(src->blockLen));
     copy->buffered = src->buffered;
     return copy;

@@ -1,6 +1,6 @@
 // The hash object: one streaming interface over the system's hash algorithms.
 // Partial blocks are buffered here, once, for every algorithm; an algorithm
-// supplies only an allocator and the three operations of the record below.
+// supplies only an allocator and the operations of the record below.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +24,10 @@ struct HashContext {
     int (*init)(HashContext* ctx);
     void (*compress)(HashContext* ctx, const uint8_t* block, uint32_t bitCount);
     void (*finish)(HashContext* ctx);
+    // Optional: compresses count whole blocks in a row, 8-byte aligned, as
+    // count calls of compress would; for a compression that keeps its chaining
+    // value in registers between blocks. Null: each block goes through compress.
+    void (*compressBlocks)(HashContext* ctx, const uint8_t* blocks, uint32_t count);
 };
 
 // New object for algId. An unknown id is a programming error: the process aborts.
@@ -51,5 +55,6 @@ using HashPtr = std::unique_ptr<HashContext, HashFreer>;
 void reverseCopy(uint8_t* dst, const uint8_t* src, uint32_t n);
 
 // For algorithm allocators: a record with a zeroed work area of four times
-// blockLen bytes, 8-byte aligned, and the four pointers set into it.
+// blockLen bytes, 8-byte aligned, the four pointers set into it and every
+// operation null.
 HashContext* hashAllocContext(uint32_t blockLen, uint32_t digestLen);

@@ -6,6 +6,8 @@
 #include <new>
 #include <vector>
 
+#include "base/wipe.h"
+
 namespace {
 
 constexpr uint32_t kKeyBytes = 32;
@@ -61,20 +63,19 @@ uint32_t hmacUpdate(HmacContext* ctx, const void* data, uint32_t len) { return h
 uint32_t hmacFinal(HmacContext* ctx, void* out, int direct) {
     HashContext* hash = ctx->hash;
     std::vector<uint8_t> inner(hash->digestLen);
+    WipeGuard wipeInner(inner.data(), inner.size());
     hashFinal(hash, inner.data(), 1);
     // 0x36 ^ 0x6A = 0x5C: the inner pad becomes the outer one without the key kept elsewhere.
     for (uint32_t i = 0; i < hash->blockLen; ++i) ctx->pad[i] ^= 0x6A;
     hashInit(hash);
     hashUpdate(hash, ctx->pad, hash->blockLen);
     hashUpdate(hash, inner.data(), hash->digestLen);
-    const uint32_t length = hashFinal(hash, out, direct);
-    explicit_bzero(inner.data(), inner.size());
-    return length;
+    return hashFinal(hash, out, direct);
 }
 
 void hmacFree(HmacContext* ctx) {
     if (ctx == nullptr) return;
-    if (ctx->pad != nullptr) explicit_bzero(ctx->pad, ctx->hash->blockLen);
+    secureZero(ctx->pad, ctx->hash->blockLen);
     std::free(ctx->pad);
     hashFree(ctx->hash);
     delete ctx;

@@ -237,8 +237,6 @@ VELT_AVX512 inline void runBlock(const Constants& c, const Converters& v, HashCo
     h = _mm512_xor_si512(hn, nextN);
 }
 
-}  // namespace
-
 VELT_AVX512 void gAvx512(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]) { g(h, n, m); }
 
 // The chaining value is read and written in place, whole: a copy through
@@ -269,22 +267,22 @@ VELT_AVX512 void compressRunAvx512(HashContext* ctx, const uint8_t* blocks, uint
     storeFromPhi(v, ctx->state, h);
 }
 
-bool cpuHasAvx512Gfni() {
+int cpuHasAvx512Gfni() {
     unsigned a = 0, b = 0, c = 0, d = 0;
-    if (!__get_cpuid(1, &a, &b, &c, &d) || !(c & bit_OSXSAVE)) return false;
+    if (!__get_cpuid(1, &a, &b, &c, &d) || !(c & bit_OSXSAVE)) return 0;
     unsigned xcr0Low = 0, xcr0High = 0;
     __asm__ volatile("xgetbv" : "=a"(xcr0Low), "=d"(xcr0High) : "c"(0));
     // The OS must save the SSE, AVX, opmask and both ZMM register states.
-    if ((xcr0Low & 0xE6) != 0xE6) return false;
-    if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return false;
+    if ((xcr0Low & 0xE6) != 0xE6) return 0;
+    if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return 0;
     const bool avx512f = b & (1u << 16), avx512bw = b & (1u << 30);
     const bool vbmi = c & (1u << 1), gfni = c & (1u << 8);
-    return avx512f && avx512bw && vbmi && gfni;
+    return avx512f && avx512bw && vbmi && gfni ? 1 : 0;
 }
 
-bool cpuHasSse2() {
-    unsigned a = 0, b = 0, c = 0, d = 0;
-    return __get_cpuid(1, &a, &b, &c, &d) && (d & bit_SSE2);
-}
+}  // namespace
+
+const StreebogCompression kAvx512Compression = {"avx512-gfni",  cpuHasAvx512Gfni,    gAvx512,
+                                                compressAvx512, finishWith<gAvx512>, compressRunAvx512};
 
 }  // namespace streebog

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "hash/hash.h"
+#include "hash/streebog.h"
 
 namespace streebog {
 
@@ -17,24 +18,6 @@ extern const uint64_t kRoundConstants[12][8];  // C1..C12, little-endian words
 const uint64_t* matrixRows();
 // pi, the transposition and l folded together: T_j[b] at 256 * j + b.
 const uint64_t* lookupTable();
-
-// h = g_N(h, m) on little-endian words.
-using GFunction = void (*)(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]);
-
-void gTable(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]);
-#if defined(__i386__)
-void gTableSse2(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]);
-#endif
-void gAvx512(uint64_t h[8], const uint64_t n[8], const uint64_t m[8]);
-// A whole block for a context: g on the context's own memory, then countBlock.
-void compressAvx512(HashContext* ctx, const uint8_t* block, uint32_t bitCount);
-// count whole blocks in a row, as count calls of compressAvx512 would.
-void compressRunAvx512(HashContext* ctx, const uint8_t* blocks, uint32_t count);
-
-// Compresses count whole blocks in a row with ctx's compression if it has a
-// form that keeps its chaining value in registers between them; returns
-// false, having done nothing, if it has not.
-bool compressRun(HashContext* ctx, const uint8_t* blocks, uint32_t count);
 
 namespace counter {
 // The counters are added in the machine's word size with one add-with-carry
@@ -70,7 +53,25 @@ inline void countBlock(HashContext* ctx, const uint8_t* block, uint32_t bitCount
     }
 }
 
-bool cpuHasSse2();
-bool cpuHasAvx512Gfni();
+// One block for a context with g: h = g_N(h, m), then countBlock.
+void absorb(StreebogG g, HashContext* ctx, const uint8_t* block, uint32_t bitCount);
+// Pads the buffered tail, absorbs it and finishes with g.
+void finish(StreebogG g, HashContext* ctx);
+
+// A compression's context operations when all it brings is its g.
+template <StreebogG G>
+void compressWith(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
+    absorb(G, ctx, block, bitCount);
+}
+
+template <StreebogG G>
+void finishWith(HashContext* ctx) {
+    finish(G, ctx);
+}
+
+// Each compression's descriptor, beside its code.
+extern const StreebogCompression kTableCompression;      // streebog_table.cpp
+extern const StreebogCompression kTableSse2Compression;  // streebog_table.cpp
+extern const StreebogCompression kAvx512Compression;     // streebog_avx512.cpp
 
 }  // namespace streebog

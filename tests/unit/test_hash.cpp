@@ -72,8 +72,9 @@ void forEachImpl(Body body) {
     const int saved = streebogGetImpl();
     int ran = 0;
     for (int impl = 0; impl < STREEBOG_IMPL_COUNT; ++impl) {
-        if (!streebogImplAvailable(impl)) continue;
-        SCOPED_TRACE(streebogImplName(impl));
+        const StreebogCompression &c = *streebogCompression(impl);
+        if (!c.available()) continue;
+        SCOPED_TRACE(c.name);
         ASSERT_EQ(streebogSetImpl(impl), 0);
         body();
         ++ran;
