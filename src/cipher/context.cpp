@@ -1,16 +1,16 @@
-// The context's life cycle: allocate, key for a mode, copy, clear, free.
+// The context's life cycle: allocate, key for a mode, copy, reset, clear, free.
 #include <cstdlib>
 #include <cstring>
 
+#include "base/wipe.h"
 #include "cipher/cipher.h"
 #include "cipher/core.h"
 #include "cipher/modes_internal.h"
 
-using cipher_core::secureZero;
-
 namespace {
 
-bool takesSegment(uint32_t mode) { return mode >= CIPHER_CTR_ENCRYPT && mode != CIPHER_CBC_ENCRYPT && mode != CIPHER_CBC_DECRYPT; }
+constexpr uint32_t kCounterIvBytes = 4;
+constexpr uint32_t kCounterBytes = 8;
 
 uint8_t* copyOf(const uint8_t* src, uint32_t n) {
     auto* p = static_cast<uint8_t*>(std::malloc(n));
@@ -18,41 +18,38 @@ uint8_t* copyOf(const uint8_t* src, uint32_t n) {
     return p;
 }
 
-// The checks of each mode's set-up, in the order the statuses are reported.
-uint32_t checkArguments(uint32_t mode, const uint8_t* key, int32_t segmentLen, const uint8_t* iv,
-                        uint32_t ivLen, uint8_t padding) {
-    if (key == nullptr) return CIPHER_NULL_KEY;
-    if (takesSegment(mode) && (segmentLen < 1 || segmentLen > 8)) return CIPHER_BAD_SEGMENT;
-    switch (mode) {
-        case CIPHER_ECB_ENCRYPT:
-        case CIPHER_ECB_DECRYPT:
-            return padding <= 3 ? CIPHER_OK : CIPHER_BAD_PADDING;
-        case CIPHER_CTR_ENCRYPT:
-        case CIPHER_CTR_DECRYPT:
-            if (iv == nullptr || ivLen != 4) return CIPHER_BAD_IV;
-            return padding == 0 ? CIPHER_OK : CIPHER_BAD_PADDING;
-        case CIPHER_OFB_ENCRYPT:
-        case CIPHER_OFB_DECRYPT:
-            if (iv == nullptr || ivLen < 8 || ivLen % 8 != 0) return CIPHER_BAD_IV;
-            return padding == 0 ? CIPHER_OK : CIPHER_BAD_PADDING;
-        case CIPHER_CBC_ENCRYPT:
-        case CIPHER_CBC_DECRYPT:
-            if (iv == nullptr || ivLen < 8 || ivLen % 8 != 0) return CIPHER_BAD_IV;
-            return padding <= 3 ? CIPHER_OK : CIPHER_BAD_PADDING;
-        case CIPHER_CFB_ENCRYPT:
-        case CIPHER_CFB_DECRYPT:
-            if (iv == nullptr || ivLen < 8) return CIPHER_BAD_IV;
-            return padding == 0 ? CIPHER_OK : CIPHER_BAD_PADDING;
-        default:  // CIPHER_MAC: the IV arguments are not used
-            return padding == CIPHER_PAD_ONE_ZEROS_IF ? CIPHER_OK : CIPHER_BAD_PADDING;
+bool ivFits(CipherIvRule rule, const uint8_t* iv, uint32_t ivLen) {
+    switch (rule) {
+        case CipherIvRule::kNone: return true;  // the IV arguments are not used
+        case CipherIvRule::kFour: return iv != nullptr && ivLen == kCounterIvBytes;
+        case CipherIvRule::kBlocks: return iv != nullptr && ivLen >= 8 && ivLen % 8 == 0;
+        case CipherIvRule::kAtLeastBlock: return iv != nullptr && ivLen >= 8;
     }
+    return false;
 }
 
+// The set-up checks, in the order the statuses are reported.
+uint32_t checkArguments(const CipherMode& m, const uint8_t* key, int32_t segmentLen, const uint8_t* iv, uint32_t ivLen,
+                        uint8_t padding) {
+    if (key == nullptr) return CIPHER_NULL_KEY;
+    if (m.segment && (segmentLen < 1 || segmentLen > 8)) return CIPHER_BAD_SEGMENT;
+    if (!ivFits(m.iv, iv, ivLen)) return CIPHER_BAD_IV;
+    const bool accepted = padding < 8 && ((m.paddings >> padding) & 1) != 0;
+    return accepted ? CIPHER_OK : CIPHER_BAD_PADDING;
+}
+
+// The counter modes' buffers have fixed sizes: the 4-byte IV, the 8-byte counter block.
+bool hasCounter(const CipherCtx* ctx) {
+    const CipherMode* m = cipherMode(ctx->mode);
+    return m != nullptr && m->iv == CipherIvRule::kFour;
+}
+
+// Sizes of the owned buffers; ivLen is 0 once reset.
+uint32_t ivBytes(const CipherCtx* ctx) { return hasCounter(ctx) ? kCounterIvBytes : ctx->ivLen; }
+
+uint32_t registerBytes(const CipherCtx* ctx) { return hasCounter(ctx) ? kCounterBytes : ctx->ivLen; }
+
 }  // namespace
-
-uint32_t cipherIvBytes(const CipherCtx* ctx) { return isCounterMode(ctx->mode) ? 4 : ctx->ivLen; }
-
-uint32_t cipherRegisterBytes(const CipherCtx* ctx) { return isCounterMode(ctx->mode) ? 8 : ctx->ivLen; }
 
 uint32_t cipherCtxAlloc(CipherCtx** holder) {
     if (holder == nullptr) return CIPHER_NULL_CONTEXT;
@@ -64,47 +61,54 @@ uint32_t cipherCtxInit(CipherCtx* ctx, uint32_t mode, const uint8_t* key, int32_
                        uint32_t ivLen, uint8_t padding) {
     if (ctx == nullptr) return CIPHER_NULL_CONTEXT;
     cipherCtxClear(ctx);
-    if (mode == 0 || mode > CIPHER_MAC) return CIPHER_BAD_MODE;
-    const uint32_t status = checkArguments(mode, key, segmentLen, iv, ivLen, padding);
+    const CipherMode* m = cipherMode(mode);
+    if (m == nullptr) return CIPHER_BAD_MODE;
+    const uint32_t status = checkArguments(*m, key, segmentLen, iv, ivLen, padding);
     if (status != CIPHER_OK) return status;
 
-    if (isCounterMode(mode)) {
-        ctx->iv = copyOf(iv, 4);
+    // The mode first, so a clear after a failed allocation wipes the right sizes.
+    ctx->mode = mode;
+    if (m->iv == CipherIvRule::kFour) {
+        ctx->iv = copyOf(iv, kCounterIvBytes);
         // The counter block is the IV as the high half and zero as the low half.
-        ctx->reg = static_cast<uint8_t*>(std::calloc(1, 8));
-        if (ctx->reg != nullptr) std::memcpy(ctx->reg, iv, 4);
-        ctx->ivLen = 8;
-    } else if (mode != CIPHER_ECB_ENCRYPT && mode != CIPHER_ECB_DECRYPT && mode != CIPHER_MAC) {
+        ctx->reg = static_cast<uint8_t*>(std::calloc(1, kCounterBytes));
+        if (ctx->reg != nullptr) std::memcpy(ctx->reg, iv, kCounterIvBytes);
+        ctx->ivLen = kCounterBytes;
+    } else if (m->iv != CipherIvRule::kNone) {
         ctx->iv = copyOf(iv, ivLen);
         ctx->reg = copyOf(iv, ivLen);
         ctx->ivLen = ivLen;
     }
-    const bool needsBuffers = mode != CIPHER_ECB_ENCRYPT && mode != CIPHER_ECB_DECRYPT && mode != CIPHER_MAC;
-    if (needsBuffers && (ctx->iv == nullptr || ctx->reg == nullptr)) {
+    // ECB has no register; the MAC makes its state with the first data.
+    if (m->iv != CipherIvRule::kNone && (ctx->iv == nullptr || ctx->reg == nullptr)) {
         cipherCtxClear(ctx);
         return CIPHER_NO_MEMORY;
     }
     cipher_core::loadKey(ctx->key, key);
-    ctx->mode = mode;
     ctx->padding = padding;
-    ctx->segmentLen = takesSegment(mode) ? static_cast<uint32_t>(segmentLen) : 8;
+    ctx->segmentLen = m->segment ? static_cast<uint32_t>(segmentLen) : 8;
     return CIPHER_OK;
+}
+
+void cipherReset(CipherCtx* ctx) {
+    if (ctx == nullptr) return;
+    if (ctx->iv != nullptr) secureZero(ctx->iv, ivBytes(ctx));
+    if (ctx->reg != nullptr) secureZero(ctx->reg, registerBytes(ctx));
+    secureZero(ctx->key, sizeof ctx->key);
+    secureZero(ctx->pending, sizeof ctx->pending);
+    ctx->pendingLen = 0;
+    ctx->ivLen = 0;
+    ctx->segmentLen = 0;
+    ctx->mode = 0;
 }
 
 void cipherCtxClear(CipherCtx* ctx) {
     if (ctx == nullptr) return;
-    if (ctx->iv != nullptr) secureZero(ctx->iv, cipherIvBytes(ctx));
-    if (ctx->reg != nullptr) secureZero(ctx->reg, cipherRegisterBytes(ctx));
+    cipherReset(ctx);
     std::free(ctx->iv);
     std::free(ctx->reg);
     ctx->iv = nullptr;
     ctx->reg = nullptr;
-    ctx->ivLen = 0;
-    ctx->segmentLen = 0;
-    secureZero(ctx->pending, sizeof ctx->pending);
-    ctx->pendingLen = 0;
-    secureZero(ctx->key, sizeof ctx->key);
-    ctx->mode = 0;
 }
 
 uint32_t cipherCtxFree(CipherCtx** holder) {
@@ -120,28 +124,16 @@ uint32_t cipherCtxCopy(CipherCtx* dst, const CipherCtx* src) {
     if (dst == src) return CIPHER_OK;
     cipherCtxClear(dst);
     *dst = *src;
-    const uint32_t ivBytes = cipherIvBytes(src), regBytes = cipherRegisterBytes(src);
+    const uint32_t ivLen = ivBytes(src), regLen = registerBytes(src);
     // A wiped-out buffer of a finished stream has nothing to copy.
-    dst->iv = src->iv != nullptr && ivBytes > 0 ? copyOf(src->iv, ivBytes) : nullptr;
-    dst->reg = src->reg != nullptr && regBytes > 0 ? copyOf(src->reg, regBytes) : nullptr;
-    if ((dst->iv == nullptr && src->iv != nullptr && ivBytes > 0) ||
-        (dst->reg == nullptr && src->reg != nullptr && regBytes > 0)) {
+    dst->iv = src->iv != nullptr && ivLen > 0 ? copyOf(src->iv, ivLen) : nullptr;
+    dst->reg = src->reg != nullptr && regLen > 0 ? copyOf(src->reg, regLen) : nullptr;
+    if ((dst->iv == nullptr && src->iv != nullptr && ivLen > 0) ||
+        (dst->reg == nullptr && src->reg != nullptr && regLen > 0)) {
         cipherCtxClear(dst);
         return CIPHER_NO_MEMORY;
     }
     return CIPHER_OK;
-}
-
-void cipherReset(CipherCtx* ctx) {
-    if (ctx == nullptr) return;
-    if (ctx->iv != nullptr) secureZero(ctx->iv, cipherIvBytes(ctx));
-    if (ctx->reg != nullptr) secureZero(ctx->reg, cipherRegisterBytes(ctx));
-    secureZero(ctx->key, sizeof ctx->key);
-    secureZero(ctx->pending, sizeof ctx->pending);
-    ctx->pendingLen = 0;
-    ctx->ivLen = 0;
-    ctx->segmentLen = 0;
-    ctx->mode = 0;
 }
 
 uint32_t cipherCtxSize() { return sizeof(CipherCtx); }

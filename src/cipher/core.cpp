@@ -1,7 +1,5 @@
 #include "cipher/core.h"
 
-#include <cstring>
-
 namespace cipher_core {
 namespace {
 
@@ -51,15 +49,41 @@ inline void storeBE(uint8_t* p, uint32_t v) {
     p[3] = static_cast<uint8_t>(v);
 }
 
-// Two Feistel rounds with the halves' roles alternating, so no swaps are written.
-#define VELT_ROUND_PAIR(ka, kb) \
-    a1 ^= g(T, a0, (ka));       \
-    a0 ^= g(T, a1, (kb));
+// Eight rounds, two at a time with the halves' roles alternating so no
+// swaps are written; the key words run K1..K8, or K8..K1 when reversed.
+template <bool kReversed>
+inline void eightRounds(const Tables& T, const uint32_t k[8], uint32_t& a1, uint32_t& a0) {
+    constexpr int r = kReversed ? 7 : 0;  // r ^ i is i, or 7 - i
+    a1 ^= g(T, a0, k[r ^ 0]);
+    a0 ^= g(T, a1, k[r ^ 1]);
+    a1 ^= g(T, a0, k[r ^ 2]);
+    a0 ^= g(T, a1, k[r ^ 3]);
+    a1 ^= g(T, a0, k[r ^ 4]);
+    a0 ^= g(T, a1, k[r ^ 5]);
+    a1 ^= g(T, a0, k[r ^ 6]);
+    a0 ^= g(T, a1, k[r ^ 7]);
+}
 
-// Rounds 1..32 with the given key order; the last round leaves the halves unswapped.
-#define VELT_32_ROUNDS(k0, k1, k2, k3, k4, k5, k6, k7)         \
-    VELT_ROUND_PAIR(k[k0], k[k1]) VELT_ROUND_PAIR(k[k2], k[k3]) \
-    VELT_ROUND_PAIR(k[k4], k[k5]) VELT_ROUND_PAIR(k[k6], k[k7])
+// The 32 rounds on the halves a1 (high) and a0 (low). Encryption takes the
+// key forward three times, then reversed; decryption forward once, then
+// reversed three times. Both end without a swap: after an even number of
+// alternating rounds a0 holds the last result, the high half of the output.
+template <bool kDecrypt>
+inline void rounds(const uint32_t k[8], uint32_t& a1, uint32_t& a0) {
+    const Tables& T = tables();
+    eightRounds<false>(T, k, a1, a0);
+    eightRounds<kDecrypt>(T, k, a1, a0);
+    eightRounds<kDecrypt>(T, k, a1, a0);
+    eightRounds<true>(T, k, a1, a0);
+}
+
+template <bool kDecrypt>
+void transform(const uint32_t k[8], const uint8_t in[8], uint8_t out[8]) {
+    uint32_t a1 = loadBE(in), a0 = loadBE(in + 4);
+    rounds<kDecrypt>(k, a1, a0);
+    storeBE(out, a0);
+    storeBE(out + 4, a1);
+}
 
 }  // namespace
 
@@ -67,35 +91,14 @@ void loadKey(uint32_t key[8], const uint8_t* bytes) {
     for (int i = 0; i < 8; ++i) key[i] = loadBE(bytes + 4 * i);
 }
 
-void encryptBlock(const uint32_t k[8], const uint8_t in[8], uint8_t out[8]) {
-    const Tables& T = tables();
-    uint32_t a1 = loadBE(in), a0 = loadBE(in + 4);
-    VELT_32_ROUNDS(0, 1, 2, 3, 4, 5, 6, 7)
-    VELT_32_ROUNDS(0, 1, 2, 3, 4, 5, 6, 7)
-    VELT_32_ROUNDS(0, 1, 2, 3, 4, 5, 6, 7)
-    VELT_32_ROUNDS(7, 6, 5, 4, 3, 2, 1, 0)
-    // After an even number of alternating rounds a0 holds the last result:
-    // the output is that value as the high half, with no final swap.
-    storeBE(out, a0);
-    storeBE(out + 4, a1);
-}
+void encryptBlock(const uint32_t k[8], const uint8_t in[8], uint8_t out[8]) { transform<false>(k, in, out); }
 
-void decryptBlock(const uint32_t k[8], const uint8_t in[8], uint8_t out[8]) {
-    const Tables& T = tables();
-    uint32_t a1 = loadBE(in), a0 = loadBE(in + 4);
-    VELT_32_ROUNDS(0, 1, 2, 3, 4, 5, 6, 7)
-    VELT_32_ROUNDS(7, 6, 5, 4, 3, 2, 1, 0)
-    VELT_32_ROUNDS(7, 6, 5, 4, 3, 2, 1, 0)
-    VELT_32_ROUNDS(7, 6, 5, 4, 3, 2, 1, 0)
-    storeBE(out, a0);
-    storeBE(out + 4, a1);
-}
+void decryptBlock(const uint32_t k[8], const uint8_t in[8], uint8_t out[8]) { transform<true>(k, in, out); }
 
-#undef VELT_32_ROUNDS
-#undef VELT_ROUND_PAIR
-
-void secureZero(void* p, uint32_t n) {
-    if (p != nullptr && n > 0) explicit_bzero(p, n);
+uint64_t encryptNumber(const uint32_t k[8], uint64_t block) {
+    uint32_t a1 = static_cast<uint32_t>(block >> 32), a0 = static_cast<uint32_t>(block);
+    rounds<false>(k, a1, a0);
+    return (uint64_t{a0} << 32) | a1;
 }
 
 }  // namespace cipher_core

@@ -12,8 +12,7 @@ void loadKey(uint32_t key[8], const uint8_t* bytes);
 // half a1, bytes 4..7 the low half a0, each big-endian. in may equal out.
 void encryptBlock(const uint32_t key[8], const uint8_t in[8], uint8_t out[8]);
 void decryptBlock(const uint32_t key[8], const uint8_t in[8], uint8_t out[8]);
-
-// Overwrites n bytes with zeros in a way the compiler keeps.
-void secureZero(void* p, uint32_t n);
+// The block as one big-endian 64-bit number, for the MAC, which works on numbers.
+uint64_t encryptNumber(const uint32_t key[8], uint64_t block);
 
 }  // namespace cipher_core

@@ -228,7 +228,8 @@ TEST(Cipher, SetUpStatusCodesLeaveTheContextCleared) {
             EXPECT_EQ(cipherGetMode(ctx.get()), 0u);
             EXPECT_EQ(ctx->iv, nullptr);
             EXPECT_EQ(ctx->reg, nullptr);
-            EXPECT_EQ(Bytes(reinterpret_cast<uint8_t*>(ctx->key), reinterpret_cast<uint8_t*>(ctx->key) + 32), Bytes(32, 0));
+            const auto* key = reinterpret_cast<uint8_t*>(ctx->key);
+            EXPECT_EQ(Bytes(key, key + 32), Bytes(32, 0));
         }
     }
     EXPECT_EQ(cipherCtxInit(nullptr, 1, kKey.data(), 8, nullptr, 0, 0), CIPHER_NULL_CONTEXT);
