@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-#include "bench/sim_card.h"
+#include "sim/sim_card.h"
 
 namespace {
 
@@ -25,12 +25,12 @@ bool bothPresent() {
 }  // namespace
 
 int main() {
-    bench::SimCard gost(bench::Protocol::T1);
-    gost.applets = {bench::kGostAid, bench::kSsnAid1};
+    sim::SimCard gost(sim::Protocol::T1);
+    gost.applets = {sim::kGostAid, sim::kSsnAid1};
     gost.ssnLengthCode = 0xAC;
     gost.ssnValue = {'G', 'O', 'S', 'T', '-', '0', '0', '1'};
-    bench::SimCard admin(bench::Protocol::T0);
-    admin.applets = {bench::kAdminAid};
+    sim::SimCard admin(sim::Protocol::T0);
+    admin.applets = {sim::kAdminAid};
     admin.sn = {0x41, 0x44, 0x4D, 0x00, 0x00, 0x00, 0x20, 0x26};
     // pcscd opens vpcd's ports a moment after it starts.
     bool gostIn = false, adminIn = false;

@@ -34,7 +34,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     writeFile(path, data + 8, size - 8);
     const bool tooLarge = size - 8 == 0 || size - 8 > kRecordFileMaxBytes;
     // The lookup reads the file as a zero-terminated text.
-    const std::string text(reinterpret_cast<const char*>(data + 8), strnlen(reinterpret_cast<const char*>(data + 8), size - 8));
+    const std::string text(reinterpret_cast<const char*>(data + 8),
+                           strnlen(reinterpret_cast<const char*>(data + 8), size - 8));
     char key[21];
     std::snprintf(key, sizeof key, "#SN:%02X%02X%02X%02X%02X%02X%02X%02X", sn[0], sn[1], sn[2], sn[3], sn[4], sn[5],
                   sn[6], sn[7]);

@@ -23,3 +23,8 @@ ensure_packages() {
         fi
     done
 }
+
+# The version on the project line of CMakeLists.txt, the one source of it.
+project_version() {
+    sed -n 's/^project(veltcheck VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt
+}

@@ -4,6 +4,8 @@
 
 #include <winscard.h>
 
+#include "card/commands.h"
+
 // Capacity of every receive buffer.
 constexpr DWORD kApduBufferBytes = 256;
 
@@ -19,9 +21,25 @@ LONG SendAPDU(LONG hCard, DWORD activeProtocol, unsigned char* send, DWORD sendL
 // True when an exchange succeeded: result 0 and status word 90 00.
 bool apduOk(LONG result, const unsigned char* response, DWORD responseLength);
 
+// A command APDU: the header, then Lc and up to 32 data bytes, or Le. Built
+// afresh for each exchange: a card's 6C xx answer rewrites its last byte.
+struct Command {
+    unsigned char bytes[5 + 33];
+    DWORD length;
+};
+Command commandBare(cardcmd::Header header);
+Command commandWithLe(cardcmd::Header header, unsigned char le);
+Command commandWithData(cardcmd::Header header, const unsigned char* data, unsigned char dataLength);
+Command selectApplet(const cardcmd::Aid aid);
+
+// The one transmit path of the procedures: the receive length set to
+// `capacity`, then SendAPDU.
+LONG transmit(LONG hCard, DWORD activeProtocol, Command& command, unsigned char* receive, DWORD* receiveLength,
+              DWORD capacity = kApduBufferBytes);
+
 // Context, connection and transaction for one procedure, released in reverse
-// order whatever path the procedure leaves by: end the transaction (leave
-// the card), disconnect with a reset, release the context.
+// order whatever path the procedure leaves by: end the transaction if one was
+// begun (leaving the card), disconnect with a reset, release the context.
 class CardSession {
 public:
     explicit CardSession(const char* readerName);
@@ -30,16 +48,17 @@ public:
     CardSession& operator=(const CardSession&) = delete;
 
     // False when the context, the connection or the transaction failed.
-    bool ok() const { return ok_; }
+    bool ok() const { return inTransaction_; }
     LONG card() const { return static_cast<LONG>(card_); }
     DWORD protocol() const { return protocol_; }
 
-    // SendAPDU with the receive length set to the full buffer first.
-    LONG transmit(unsigned char* send, DWORD sendLength, unsigned char* receive, DWORD* receiveLength) const;
+    // One exchange that must succeed, with exactly `length` response bytes
+    // (0: any length); *receiveLength is the response's length afterwards.
+    bool exchange(Command command, unsigned char* receive, DWORD* receiveLength, DWORD length = 0) const;
 
 private:
     SCARDCONTEXT context_ = 0;
     SCARDHANDLE card_ = 0;
     DWORD protocol_ = 0;
-    bool ok_ = false;
+    bool inTransaction_ = false;
 };

@@ -2,20 +2,10 @@
 
 #include <cstdio>
 #include <cstring>
-#include <memory>
+
+#include "base/file_guard.h"
 
 namespace {
-
-struct FileCloser {
-    void operator()(FILE* f) const { std::fclose(f); }
-};
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
 
 // Converts the 2*len digits after the tag found at or after from; returns
 // where the digits end, or null when the tag is missing (missingCode) or the
@@ -38,26 +28,9 @@ const char* readField(const char* from, const char* tag, std::vector<unsigned ch
 
 }  // namespace
 
-int hexToBytes(unsigned char* out, const char* text, int textLength) {
-    if (textLength <= 0) return 0;
-    if (textLength % 2 != 0) return -1;
-    int written = 0;
-    for (int i = 0; 2 * i < textLength; ++i) {
-        // The low digit is looked at only after a valid high one, so a NUL
-        // ends the conversion without a read past it.
-        const int high = hexValue(text[2 * i]);
-        if (high < 0) break;
-        const int low = hexValue(text[2 * i + 1]);
-        if (low < 0) break;
-        out[i] = static_cast<unsigned char>(high * 16 + low);
-        ++written;
-    }
-    return written;
-}
-
 int findChecksumRecord(const char* fileName, const unsigned char* sn, size_t fieldLen, std::vector<unsigned char>& iv,
                        std::vector<unsigned char>& cs, std::vector<unsigned char>& pcs) {
-    std::unique_ptr<FILE, FileCloser> file(std::fopen(fileName, "rb"));
+    FileGuard file(std::fopen(fileName, "rb"));
     if (!file) return RECORD_CANNOT_OPEN;
     // One byte more than the largest file, so the text is always terminated.
     std::vector<char> text(kRecordFileMaxBytes + 2, '\0');

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "base/hex.h"  // hexToBytes, which reads the records' fields
+
 // Largest record file read: a file of 16,384 bytes or more is refused whole.
 constexpr size_t kRecordFileMaxBytes = 16383;
 
@@ -21,11 +23,6 @@ enum {
     RECORD_NO_PCS = -8,
     RECORD_BAD_PCS = -9,
 };
-
-// Converts textLength hex digits (either case) into bytes at out, stopping at
-// the first pair holding a non-hex character. Returns the bytes written, -1
-// for an odd textLength, 0 for textLength <= 0. Never looks past a NUL.
-int hexToBytes(unsigned char* out, const char* text, int textLength);
 
 // Finds the first record of the card sn in fileName and fills iv, cs and pcs
 // with fieldLen bytes each. Returns RECORD_OK or a RECORD_* failure.

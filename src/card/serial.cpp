@@ -31,11 +31,6 @@ uint32_t crc32(const unsigned char* data, size_t len) {
     return crc ^ 0xFFFFFFFFu;
 }
 
-LONG exchange(LONG hCard, DWORD protocol, unsigned char* command, DWORD length, unsigned char* rx, DWORD* rxLen) {
-    *rxLen = kApduBufferBytes;
-    return SendAPDU(hCard, protocol, command, length, rx, rxLen);
-}
-
 }  // namespace
 
 int obtainSpecificSSN(LONG hCard, DWORD activeProtocol, char* ssn, bool reversed) {
@@ -43,24 +38,24 @@ int obtainSpecificSSN(LONG hCard, DWORD activeProtocol, char* ssn, bool reversed
     unsigned char rx[kApduBufferBytes];
     DWORD rxLen = 0;
 
-    unsigned char select[] = {0x00, 0xA4, 0x04, 0x00, 0x08, 0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x0D, 0x01};
-    LONG result = exchange(hCard, activeProtocol, select, sizeof select, rx, &rxLen);
+    Command select = selectApplet(cardcmd::kAidSsn);
+    LONG result = transmit(hCard, activeProtocol, select, rx, &rxLen);
     if (result != SCARD_S_SUCCESS) return SSN_NO_APPLET;
     if (!apduOk(result, rx, rxLen)) {
         // Only a refusal, never a transport error, is worth trying the second AID.
-        select[sizeof select - 1] = 0x02;
-        result = exchange(hCard, activeProtocol, select, sizeof select, rx, &rxLen);
+        select = selectApplet(cardcmd::kAidSsnAlt);
+        result = transmit(hCard, activeProtocol, select, rx, &rxLen);
         if (!apduOk(result, rx, rxLen)) return SSN_NO_APPLET;
     }
 
-    unsigned char header[] = {0x80, 0x38, 0x10, 0x00, 0x00};
-    result = exchange(hCard, activeProtocol, header, sizeof header, rx, &rxLen);
+    Command header = commandWithLe(cardcmd::kSsnLengthCode, 0x00);
+    result = transmit(hCard, activeProtocol, header, rx, &rxLen);
     if (!apduOk(result, rx, rxLen) || rxLen <= 4) return SSN_BAD_HEADER;
     const unsigned char code = rx[2];
     if (code != kLengthCodeHex && code != kLengthCodeText) return SSN_BAD_HEADER;
 
-    unsigned char data[] = {0x80, 0x38, 0x20, 0x00, code};
-    result = exchange(hCard, activeProtocol, data, sizeof data, rx, &rxLen);
+    Command data = commandWithLe(cardcmd::kSsnData, code);
+    result = transmit(hCard, activeProtocol, data, rx, &rxLen);
     if (!apduOk(result, rx, rxLen) || rxLen != DWORD{code} + 2) return SSN_BAD_DATA;
 
     if (code == kLengthCodeHex) {

@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "base/hex.h"  // print_hex and print_hex_str, part of this interface
+
 // Largest list the checker accepts and the maker writes (entries part).
 constexpr unsigned kHashListMaxBytes = 131071;
 // A list's digests: GOST R 34.11-2012 256-bit, as 64 hex digits.
@@ -34,12 +36,6 @@ int fCheckFileHash(const char* path, const char* hexDigest);
 
 // Writes the 32-byte digest of len bytes at data to digest (raw bytes).
 void fCalcMemHash(const char* data, unsigned int len, char* digest);
-
-// Prints each byte as "%02X" to standard output.
-void print_hex(const unsigned char* data, unsigned int len);
-
-// Writes each byte as "%02X" to out and zero-terminates it; out holds 2*len+1 bytes.
-void print_hex_str(const unsigned char* data, unsigned int len, char* out);
 
 // Make file hash list mode: hashes fileNames[0..fileCount-1], writes the list
 // to outPath only when every file was hashed, and echoes it. Always returns 0.

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/file_guard.h"
+#include "base/wipe.h"
 #include "cipher/cipher.h"
 
 namespace {
@@ -33,18 +34,6 @@ constexpr char kURandomPath[] = "/dev/urandom";
 CipherCtx* gRandomCtx = nullptr;
 uint32_t gRandomState = RANDOM_UNSEEDED;
 std::string gSourcePath = kURandomPath;
-
-class WipeOnExit {
-public:
-    WipeOnExit(uint8_t* p, size_t n) : p_(p), n_(n) {}
-    ~WipeOnExit() { explicit_bzero(p_, n_); }
-    WipeOnExit(const WipeOnExit&) = delete;
-    WipeOnExit& operator=(const WipeOnExit&) = delete;
-
-private:
-    uint8_t* p_;
-    size_t n_;
-};
 
 // Opens the source afresh for every request. A failed open is not checked:
 // reading the bad descriptor fails, and that is the error reported. An end
@@ -78,7 +67,7 @@ bool drawKeystream(uint8_t* buf, uint32_t len) {
 // the working key only from keystream whose two test blocks pass.
 bool fReseedRandom(const uint8_t* seed) {
     uint8_t work[kWorkBytes] = {};
-    WipeOnExit wipe(work, sizeof work);
+    WipeGuard wipe(work, sizeof work);
     for (unsigned attempt = 0; attempt < kMaxAttempts; ++attempt) {
         // After a failed read the area is judged as it stands: all zero on the
         // first attempt (a sure failure), else the last attempt's keystream.
@@ -146,7 +135,7 @@ uint32_t fInitRandom(const uint8_t* seed) {
 uint32_t fGetRandom(uint8_t* out, uint32_t len) {
     if (gRandomState == RANDOM_UNSEEDED) {
         uint8_t seed[kLazySeedBytes] = {};
-        WipeOnExit wipe(seed, sizeof seed);
+        WipeGuard wipe(seed, sizeof seed);
         if (!readSource(seed, sizeof seed)) return RANDOM_SEED_FAILED;
         // A card seed that came in meanwhile must not be replaced.
         if (gRandomState > RANDOM_SEEDED_URANDOM) return RANDOM_BAD_STATE;
@@ -158,7 +147,7 @@ uint32_t fGetRandom(uint8_t* out, uint32_t len) {
 
     // Every request starts on a fresh block; the tail of its last block is dropped.
     uint8_t block[kBlockBytes];
-    WipeOnExit wipe(block, sizeof block);
+    WipeGuard wipe(block, sizeof block);
     for (uint32_t done = 0; done < len;) {
         const uint32_t status = drawTestedBlock(block);
         if (status != RANDOM_OK) return status;

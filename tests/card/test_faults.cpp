@@ -23,12 +23,12 @@
 #include <string>
 #include <vector>
 
-#include "bench/pcsc_bench.h"
+#include "sim/pcscd_fixture.h"
 #include "support.h"
 
-using bench::Bytes;
-using bench::Protocol;
-using bench::SimCard;
+using sim::Bytes;
+using sim::Protocol;
+using sim::SimCard;
 
 namespace {
 
@@ -173,12 +173,12 @@ std::vector<std::string> checkOutcome(const Outcome& o, const Mode& m, bool veri
     static std::map<std::pair<bool, bool>, std::regex> grammars;
     std::regex& grammar = grammars[{m.admin, verify}];
     if (grammar.mark_count() == 0)
-        grammar = std::regex(esc(m.banner) + "(" + lineGrammar(m, bench::readerName(0), verify) + ")(" +
-                             lineGrammar(m, bench::readerName(1), verify) + ")\r\n(\r\nError 0\r\n)?");
+        grammar = std::regex(esc(m.banner) + "(" + lineGrammar(m, sim::readerName(0), verify) + ")(" +
+                             lineGrammar(m, sim::readerName(1), verify) + ")\r\n(\r\nError 0\r\n)?");
     EXPECT_EQ(o.err, "");
     EXPECT_TRUE(o.status == 0 || o.status == 255) << "status " << o.status;
-    EXPECT_FALSE(bench::cardInUse(0));
-    EXPECT_FALSE(bench::cardInUse(1));
+    EXPECT_FALSE(sim::cardInUse(0));
+    EXPECT_FALSE(sim::cardInUse(1));
     std::smatch line;
     if (!std::regex_match(o.out, line, grammar)) {
         ADD_FAILURE() << "not the program's messages: " << shown(o.out);
@@ -312,7 +312,7 @@ TEST_F(CardFaults, RandomAnswers) {
     const uint64_t runs = envNumber("VELT_FAULT_RUNS", 300),
                    seed = envNumber("VELT_FAULT_SEED", std::random_device()());
     SimCard card, good, other;  // other: whose records the card must not pass
-    good.applets = {bench::kGostAid, bench::kAdminAid};
+    good.applets = {sim::kGostAid, sim::kAdminAid};
     good.sn = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
     other.secret = {0x07};
     other.sn = {9, 9, 9, 9, 9, 9, 9, 9};
@@ -326,24 +326,24 @@ TEST_F(CardFaults, RandomAnswers) {
         if (!inserted || rng() % 8 == 0) {
             // Another card now and then: protocol, reader, SN and SSN applet vary.
             if (inserted) {
-                ASSERT_TRUE(bench::removeCard(card));
+                ASSERT_TRUE(sim::removeCard(card));
             }
             if (withGood) {
-                ASSERT_TRUE(bench::removeCard(good));
+                ASSERT_TRUE(sim::removeCard(good));
             }
             card.protocol = rng() % 2 == 0 ? Protocol::T0 : Protocol::T1;
             card.answer61 = card.protocol == Protocol::T0;
             for (auto& b : card.sn) b = static_cast<unsigned char>(rng() % 3 == 0 ? 0 : rng());
-            card.applets = {bench::kGostAid, bench::kAdminAid};
-            if (rng() % 2 == 0) card.applets.push_back(rng() % 2 == 0 ? bench::kSsnAid1 : bench::kSsnAid2);
+            card.applets = {sim::kGostAid, sim::kAdminAid};
+            if (rng() % 2 == 0) card.applets.push_back(rng() % 2 == 0 ? sim::kSsnAid1 : sim::kSsnAid2);
             card.ssnLengthCode = rng() % 2 == 0 ? 0xA0 : 0xAC;
             card.ssnValue = {static_cast<unsigned char>('A' + rng() % 26), 0x31, 0x32, 0x33};
             reader = static_cast<int>(rng() % 2);
             withGood = rng() % 2 == 0;
-            ASSERT_TRUE(bench::insertCard(card, reader));
+            ASSERT_TRUE(sim::insertCard(card, reader));
             inserted = true;
             if (withGood) {
-                ASSERT_TRUE(bench::insertCard(good, 1 - reader));
+                ASSERT_TRUE(sim::insertCard(good, 1 - reader));
             }
         }
         const Mode& m = rng() % 2 == 0 ? kGost : kAdmin;
@@ -370,7 +370,7 @@ TEST_F(CardFaults, RandomAnswers) {
         std::ostringstream what;
         what << "VELT_FAULT_SEED=" << seed << " run " << run << ": veltcheck " << m.flag << (kind ? " records.txt" : "")
              << " (file kind " << kind << "), card in reader " << reader << (withGood ? " beside a good one" : "")
-             << ", " << bench::protocolName(card.protocol) << ", SN " << hex(card.sn) << ", " << card.applets.size()
+             << ", " << sim::protocolName(card.protocol) << ", SN " << hex(card.sn) << ", " << card.applets.size()
              << " applets, fault rate " << rate << "\noutput: " << shown(o.out) << "\nstderr: " << o.err
              << "\nexchanges:";
         for (const auto& [command, answer] : sent)
@@ -391,7 +391,7 @@ TEST_F(CardFaults, RandomAnswers) {
             EXPECT_EQ(verdictOf(lines[1 - reader]), kind != 0 ? "cs_pcs_file - Ok!\r\n" : "record\r\n");
         }
         if (std::any_of(sent.begin(), sent.end(), [](const auto& e) { return e.second.empty(); })) {
-            ASSERT_TRUE(bench::reinsertCard(card));  // it was pulled out
+            ASSERT_TRUE(sim::reinsertCard(card));  // it was pulled out
         }
         expectGoodRun(card, m);
         failedRuns += failures() > failuresBefore;
@@ -408,19 +408,19 @@ TEST_F(CardFaults, FaultStaysOnItsReader) {
     const std::pair<const Mode*, int> rows[] = {{&kGost, 1}, {&kGost, 2}, {&kAdmin, 1}};
     for (const auto& [m, nth] : rows) {
         SCOPED_TRACE(std::string(m->flag) + ", 6C 05 to select " + std::to_string(nth));
-        const Bytes select = cat({0x00, 0xA4, 0x04, 0x00, 0x08}, m->admin ? bench::kAdminAid : bench::kGostAid);
+        const Bytes select = cat({0x00, 0xA4, 0x04, 0x00, 0x08}, m->admin ? sim::kAdminAid : sim::kGostAid);
         SimCard bad, good;
-        bad.applets = good.applets = {bench::kGostAid, bench::kAdminAid};
+        bad.applets = good.applets = {sim::kGostAid, sim::kAdminAid};
         good.sn = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
         bad.faults = {{select, {0x6C, 0x05}, nth}};
         testsupport::writeFile(dir.file("records.txt"), recordOf(good, *m, Bytes(m->len, 0x42)).text());
-        ASSERT_TRUE(bench::insertCard(bad, 0));
-        ASSERT_TRUE(bench::insertCard(good, 1));
+        ASSERT_TRUE(sim::insertCard(bad, 0));
+        ASSERT_TRUE(sim::insertCard(good, 1));
         EXPECT_EQ(verdict({m->flag, "records.txt"}, *m, 1), "cs_pcs_file - Ok!\r\n");
         const auto log = good.log();
         EXPECT_NE(std::find(log.begin(), log.end(), hex(select)), log.end());
-        ASSERT_TRUE(bench::removeCard(bad));
-        ASSERT_TRUE(bench::removeCard(good));
+        ASSERT_TRUE(sim::removeCard(bad));
+        ASSERT_TRUE(sim::removeCard(good));
     }
 }
 
@@ -430,14 +430,14 @@ TEST_F(CardFaults, PulledOutAtEachCommand) {
     for (const Mode* m : {&kGost, &kAdmin}) {
         for (const bool verify : {false, true}) {
             SimCard card(Protocol::T0);
-            card.applets = {bench::kGostAid, bench::kAdminAid, bench::kSsnAid1};
+            card.applets = {sim::kGostAid, sim::kAdminAid, sim::kSsnAid1};
             const int reader = verify ? 0 : 1;
             std::vector<std::string> args{m->flag};
             if (verify) {
                 testsupport::writeFile(dir.file("records.txt"), recordOf(card, *m, Bytes(m->len, 0x42)).text());
                 args.push_back("records.txt");
             }
-            ASSERT_TRUE(bench::insertCard(card, reader));
+            ASSERT_TRUE(sim::insertCard(card, reader));
             const std::string whole = verdict(args, *m, reader);
             EXPECT_EQ(whole, verify ? "cs_pcs_file - Ok!\r\n" : "record\r\n");
             const size_t commands = card.log().size();
@@ -449,7 +449,7 @@ TEST_F(CardFaults, PulledOutAtEachCommand) {
                 EXPECT_NE(verdict(args, *m, reader), whole);
                 card.setResponder(nullptr);
                 EXPECT_EQ(count->load(), n);
-                ASSERT_TRUE(bench::reinsertCard(card));
+                ASSERT_TRUE(sim::reinsertCard(card));
                 EXPECT_EQ(verdict(args, *m, reader), whole);
             }
         }
@@ -474,7 +474,7 @@ TEST_F(CardFaults, PcscdStoppedMidway) {
                      std::to_string(c.reader) + ", answer " + std::to_string(c.heldAnswer) +
                      " held, pcscd sent signal " + std::to_string(c.signal));
         SimCard card(Protocol::T0);
-        card.applets = {bench::kGostAid, bench::kAdminAid, bench::kSsnAid1};
+        card.applets = {sim::kGostAid, sim::kAdminAid, sim::kSsnAid1};
         std::vector<std::string> args{c.m->flag};
         if (c.verify) {
             testsupport::writeFile(dir.file("records.txt"), recordOf(card, *c.m, Bytes(c.m->len, 0x42)).text());
@@ -490,22 +490,22 @@ TEST_F(CardFaults, PcscdStoppedMidway) {
             }
             return own;
         });
-        ASSERT_TRUE(bench::insertCard(card, c.reader));
+        ASSERT_TRUE(sim::insertCard(card, c.reader));
         auto running = std::async(std::launch::async, [&] { return runLimited(args, dir.path()); });
         const bool held = holding->get_future().wait_for(std::chrono::seconds(10)) == std::future_status::ready;
         const auto stopped = Clock::now();
-        bench::stopPcscd(c.signal);
+        sim::stopPcscd(c.signal);
         const Outcome o = running.get();
         const double took = std::chrono::duration<double>(Clock::now() - stopped).count();
         release->set_value();
         card.remove();
-        ASSERT_TRUE(bench::startPcscd());
+        ASSERT_TRUE(sim::startPcscd());
         EXPECT_TRUE(held);
         EXPECT_LT(took, 10) << shown(o.out);
         checkOutcome(o, *c.m, c.verify);
         card.setResponder(nullptr);
-        ASSERT_TRUE(bench::insertCard(card, c.reader));
+        ASSERT_TRUE(sim::insertCard(card, c.reader));
         expectGoodRun(card, *c.m);
-        ASSERT_TRUE(bench::removeCard(card));
+        ASSERT_TRUE(sim::removeCard(card));
     }
 }

@@ -6,15 +6,15 @@
 #include <tuple>
 #include <vector>
 
-#include "bench/pcsc_bench.h"
+#include "sim/pcscd_fixture.h"
 #include "card/apdu.h"
 #include "card/serial.h"
 #include "support.h"
 
-using bench::Bytes;
-using bench::Fault;
-using bench::Protocol;
-using bench::SimCard;
+using sim::Bytes;
+using sim::Fault;
+using sim::Protocol;
+using sim::SimCard;
 using testsupport::fromHex;
 
 namespace {
@@ -54,35 +54,35 @@ const Bytes kFourBytes{0x12, 0x34, 0x56, 0x78, 0x9A};  // only the first four ma
 // Each row: the card (applets, length code, SSN data, faults, exact Le or
 // not), the reversed argument, then the result, the SSN and what was sent.
 const std::vector<SsnCase> kCases = {
-    {"FourBytesReversed", {bench::kSsnAid1}, 0xA0, kFourBytes, {}, false, true, SSN_OK, "78563412",
+    {"FourBytesReversed", {sim::kSsnAid1}, 0xA0, kFourBytes, {}, false, true, SSN_OK, "78563412",
      {kSelect1, kHeader, kDataA0}},
-    {"FourBytesInOrder", {bench::kSsnAid1}, 0xA0, kFourBytes, {}, false, false, SSN_OK, "12345678",
+    {"FourBytesInOrder", {sim::kSsnAid1}, 0xA0, kFourBytes, {}, false, false, SSN_OK, "12345678",
      {kSelect1, kHeader, kDataA0}},
-    {"Text", {bench::kSsnAid1}, 0xAC, text("ABC"), {}, false, true, SSN_OK, "ABC", {kSelect1, kHeader, kDataAC}},
-    {"TextOf15", {bench::kSsnAid1}, 0xAC, text("ABCDEFGHIJKLMNO"), {}, false, true, SSN_OK, "ABCDEFGHIJKLMNO",
+    {"Text", {sim::kSsnAid1}, 0xAC, text("ABC"), {}, false, true, SSN_OK, "ABC", {kSelect1, kHeader, kDataAC}},
+    {"TextOf15", {sim::kSsnAid1}, 0xAC, text("ABCDEFGHIJKLMNO"), {}, false, true, SSN_OK, "ABCDEFGHIJKLMNO",
      {kSelect1, kHeader, kDataAC}},
-    {"TextOf16", {bench::kSsnAid1}, 0xAC, text("ABCDEFGHIJKLMNOP"), {}, false, true, SSN_BAD_DATA, nullptr,
+    {"TextOf16", {sim::kSsnAid1}, 0xAC, text("ABCDEFGHIJKLMNOP"), {}, false, true, SSN_BAD_DATA, nullptr,
      {kSelect1, kHeader, kDataAC}},
-    {"EmptyText", {bench::kSsnAid1}, 0xAC, {}, {}, false, true, SSN_OK, "", {kSelect1, kHeader, kDataAC}},
-    {"CardInsistsOnExactLe", {bench::kSsnAid1}, 0xA0, kFourBytes, {}, true, false, SSN_OK, "12345678",
+    {"EmptyText", {sim::kSsnAid1}, 0xAC, {}, {}, false, true, SSN_OK, "", {kSelect1, kHeader, kDataAC}},
+    {"CardInsistsOnExactLe", {sim::kSsnAid1}, 0xA0, kFourBytes, {}, true, false, SSN_OK, "12345678",
      {kSelect1, kHeader, "8038100004", kDataA0}},
-    {"NoApplet", {bench::kGostAid}, 0xA0, kFourBytes, {}, false, true, SSN_NO_APPLET, nullptr, {kSelect1, kSelect2}},
-    {"SecondAid", {bench::kSsnAid2}, 0xA0, kFourBytes, {}, false, false, SSN_OK, "12345678",
+    {"NoApplet", {sim::kGostAid}, 0xA0, kFourBytes, {}, false, true, SSN_NO_APPLET, nullptr, {kSelect1, kSelect2}},
+    {"SecondAid", {sim::kSsnAid2}, 0xA0, kFourBytes, {}, false, false, SSN_OK, "12345678",
      {kSelect1, kSelect2, kHeader, kDataA0}},
-    {"FirstAidBadStatus", {bench::kSsnAid1, bench::kSsnAid2}, 0xA0, kFourBytes, {{fromHex(kSelect1), {0x6F, 0x00}}},
+    {"FirstAidBadStatus", {sim::kSsnAid1, sim::kSsnAid2}, 0xA0, kFourBytes, {{fromHex(kSelect1), {0x6F, 0x00}}},
      false, false, SSN_OK, "12345678", {kSelect1, kSelect2, kHeader, kDataA0}},
     // An answer too long for the receive buffer fails the transmit itself.
-    {"FirstSelectTransportError", {bench::kSsnAid1, bench::kSsnAid2}, 0xA0, kFourBytes,
+    {"FirstSelectTransportError", {sim::kSsnAid1, sim::kSsnAid2}, 0xA0, kFourBytes,
      {{fromHex(kSelect1), padded(300, {0x90, 0x00})}}, false, false, SSN_NO_APPLET, nullptr, {kSelect1}},
-    {"HeaderOfFourBytes", {bench::kSsnAid1}, 0xA0, kFourBytes, {{fromHex(kHeader), {0x01, 0xA0, 0x90, 0x00}}}, false,
+    {"HeaderOfFourBytes", {sim::kSsnAid1}, 0xA0, kFourBytes, {{fromHex(kHeader), {0x01, 0xA0, 0x90, 0x00}}}, false,
      false, SSN_BAD_HEADER, nullptr, {kSelect1, kHeader}},
-    {"HeaderBadStatus", {bench::kSsnAid1}, 0xA0, kFourBytes, {{fromHex(kHeader), {0x01, 0x00, 0xA0, 0x00, 0x6A, 0x88}}},
+    {"HeaderBadStatus", {sim::kSsnAid1}, 0xA0, kFourBytes, {{fromHex(kHeader), {0x01, 0x00, 0xA0, 0x00, 0x6A, 0x88}}},
      false, false, SSN_BAD_HEADER, nullptr, {kSelect1, kHeader}},
-    {"BadLengthCode", {bench::kSsnAid1}, 0xA1, kFourBytes, {}, false, false, SSN_BAD_HEADER, nullptr,
+    {"BadLengthCode", {sim::kSsnAid1}, 0xA1, kFourBytes, {}, false, false, SSN_BAD_HEADER, nullptr,
      {kSelect1, kHeader}},
-    {"DataOfWrongLength", {bench::kSsnAid1}, 0xA0, kFourBytes, {{fromHex("80382000"), padded(4, {0x90, 0x00})}},
+    {"DataOfWrongLength", {sim::kSsnAid1}, 0xA0, kFourBytes, {{fromHex("80382000"), padded(4, {0x90, 0x00})}},
      false, false, SSN_BAD_DATA, nullptr, {kSelect1, kHeader, kDataA0}},
-    {"DataBadStatus", {bench::kSsnAid1}, 0xA0, kFourBytes, {{fromHex("80382000"), padded(0xA0, {0x6A, 0x88})}},
+    {"DataBadStatus", {sim::kSsnAid1}, 0xA0, kFourBytes, {{fromHex("80382000"), padded(0xA0, {0x6A, 0x88})}},
      false, false, SSN_BAD_DATA, nullptr, {kSelect1, kHeader, kDataA0}},
 };
 
@@ -96,8 +96,8 @@ TEST_P(ObtainSsn, ReadsTheApplet) {
     card.ssnValue = row.value;
     card.faults = row.faults;
     card.answer6C = row.answer6C;
-    ASSERT_TRUE(bench::insertCard(card));
-    CardSession session(bench::readerName(card.reader()));
+    ASSERT_TRUE(sim::insertCard(card));
+    CardSession session(sim::readerName(card.reader()));
     ASSERT_TRUE(session.ok());
 
     char ssn[kSsnBufferChars];
@@ -114,14 +114,14 @@ INSTANTIATE_TEST_SUITE_P(Bench, ObtainSsn,
                          ::testing::Combine(::testing::ValuesIn(kCases), ::testing::Values(Protocol::T0, Protocol::T1)),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).name) + "_" +
-                                    bench::protocolName(std::get<1>(info.param));
+                                    sim::protocolName(std::get<1>(info.param));
                          });
 
 TEST(ObtainSsnNull, SendsNothing) {
     SimCard card;
-    card.applets = {bench::kSsnAid1};
-    ASSERT_TRUE(bench::insertCard(card));
-    CardSession session(bench::readerName(card.reader()));
+    card.applets = {sim::kSsnAid1};
+    ASSERT_TRUE(sim::insertCard(card));
+    CardSession session(sim::readerName(card.reader()));
     ASSERT_TRUE(session.ok());
     EXPECT_EQ(obtainSpecificSSN(session.card(), session.protocol(), nullptr, true), SSN_NULL_BUFFER);
     EXPECT_TRUE(card.log().empty());

@@ -5,14 +5,14 @@
 #include <tuple>
 #include <vector>
 
-#include "bench/pcsc_bench.h"
+#include "sim/pcscd_fixture.h"
 #include "card/apdu.h"
 #include "support.h"
 
-using bench::Bytes;
-using bench::Fault;
-using bench::Protocol;
-using bench::SimCard;
+using sim::Bytes;
+using sim::Fault;
+using sim::Protocol;
+using sim::SimCard;
 using testsupport::fromHex;
 
 namespace {
@@ -33,12 +33,9 @@ DWORD pcscProtocol(Protocol p) { return p == Protocol::T0 ? SCARD_PROTOCOL_T0 : 
 
 // Selects aid through the session; true when the card answered 90 00.
 bool select(const CardSession& session, const Bytes& aid) {
-    Bytes command{0x00, 0xA4, 0x04, 0x00, 0x08};
-    command.insert(command.end(), aid.begin(), aid.end());
     unsigned char response[kApduBufferBytes];
     DWORD length = 0;
-    const LONG result = session.transmit(command.data(), static_cast<DWORD>(command.size()), response, &length);
-    return apduOk(result, response, length);
+    return session.exchange(selectApplet(aid.data()), response, &length);
 }
 
 struct Retry {
@@ -60,20 +57,20 @@ std::vector<Retry> retries() {
     return {
         // The bare 61 20 leaves the length at 2; the answer fits only if the
         // capacity is restored before the GET RESPONSE.
-        {"MoreDataFetchedOnce", bench::kGostAid, kCalcFromSn, {}, true,
+        {"MoreDataFetchedOnce", sim::kGostAid, kCalcFromSn, {}, true,
          [](const SimCard& c) { return withOk(c.checksum(c.sn, 32)); }, {kCalcFromSn, kGetResponse20}, kCalcFromSn},
-        {"SecondMoreDataHandedBack", bench::kGostAid, kCalcFromSn, {{fromHex("00C0"), {0x61, 0x20}, 1}}, true,
+        {"SecondMoreDataHandedBack", sim::kGostAid, kCalcFromSn, {{fromHex("00C0"), {0x61, 0x20}, 1}}, true,
          [](const SimCard&) { return Bytes{0x61, 0x20}; }, {kCalcFromSn, kGetResponse20}, kCalcFromSn},
-        {"WrongLengthResentWithCardsLe", bench::kGostAid, kGetInit, {{fromHex(kGetInit), {0x6C, 0x10}, 1}}, false,
+        {"WrongLengthResentWithCardsLe", sim::kGostAid, kGetInit, {{fromHex(kGetInit), {0x6C, 0x10}, 1}}, false,
          [](const SimCard& c) { return withOk(c.storedInitChecksum()); }, {kGetInit, "8038200310"}, "8038200310"},
-        {"SecondWrongLengthHandedBack", bench::kGostAid, kGetInit,
+        {"SecondWrongLengthHandedBack", sim::kGostAid, kGetInit,
          {{fromHex("80382003"), {0x6C, 0x10}, 1}, {fromHex("80382003"), {0x6C, 0x10}, 2}}, false,
          [](const SimCard&) { return Bytes{0x6C, 0x10}; }, {kGetInit, "8038200310"}, "8038200310"},
-        {"WrongLengthOnFourByteCommandResentUnchanged", bench::kAdminAid, kGetPcs,
+        {"WrongLengthOnFourByteCommandResentUnchanged", sim::kAdminAid, kGetPcs,
          {{fromHex(kGetPcs), {0x6C, 0x08}, 1}}, false, [](const SimCard& c) { return withOk(c.adminPcs()); },
          {kGetPcs, kGetPcs}, kGetPcs},
         // Without an Le byte the card's length replaces the last data byte.
-        {"WrongLengthReplacesLastDataByte", bench::kGostAid, kCalcFromSn, {{fromHex(kCalcFromSn), {0x6C, 0x20}, 1}},
+        {"WrongLengthReplacesLastDataByte", sim::kGostAid, kCalcFromSn, {{fromHex(kCalcFromSn), {0x6C, 0x20}, 1}},
          false,
          [](const SimCard& c) {
              Bytes data = c.sn;
@@ -82,9 +79,9 @@ std::vector<Retry> retries() {
          },
          {kCalcFromSn, "80384000080102030405060720"}, "80384000080102030405060720"},
         // Data that looks like a status word too: only a bare status word counts.
-        {"LongAnswerEndingIn61NotFollowed", bench::kGostAid, kGetInit, {{fromHex(kGetInit), {0x61, 0x10, 0x61, 0x10}}},
+        {"LongAnswerEndingIn61NotFollowed", sim::kGostAid, kGetInit, {{fromHex(kGetInit), {0x61, 0x10, 0x61, 0x10}}},
          false, [](const SimCard&) { return Bytes{0x61, 0x10, 0x61, 0x10}; }, {kGetInit}, kGetInit},
-        {"OtherStatusNotFollowed", bench::kGostAid, kGetInit, {{fromHex(kGetInit), {0x6A, 0x88}}}, false,
+        {"OtherStatusNotFollowed", sim::kGostAid, kGetInit, {{fromHex(kGetInit), {0x6A, 0x88}}}, false,
          [](const SimCard&) { return Bytes{0x6A, 0x88}; }, {kGetInit}, kGetInit},
     };
 }
@@ -94,11 +91,11 @@ class SendApduRetry : public ::testing::TestWithParam<std::tuple<Retry, Protocol
 TEST_P(SendApduRetry, MakesAtMostOneFollowUp) {
     const Retry& row = std::get<0>(GetParam());
     SimCard card(std::get<1>(GetParam()));
-    card.applets = {bench::kGostAid, bench::kAdminAid};
+    card.applets = {sim::kGostAid, sim::kAdminAid};
     card.answer61 = row.answer61;
     card.faults = row.faults;
-    ASSERT_TRUE(bench::insertCard(card));
-    CardSession session(bench::readerName(card.reader()));
+    ASSERT_TRUE(sim::insertCard(card));
+    CardSession session(sim::readerName(card.reader()));
     ASSERT_TRUE(session.ok());
     ASSERT_TRUE(select(session, row.aid));
     card.clearLog();
@@ -120,14 +117,14 @@ INSTANTIATE_TEST_SUITE_P(Bench, SendApduRetry,
                                             ::testing::Values(Protocol::T0, Protocol::T1)),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).name) + "_" +
-                                    bench::protocolName(std::get<1>(info.param));
+                                    sim::protocolName(std::get<1>(info.param));
                          });
 
 TEST(SendApdu, RefusesOtherProtocolsWithNothingSent) {
     SimCard card(Protocol::T1);
-    card.applets = {bench::kGostAid};
-    ASSERT_TRUE(bench::insertCard(card));
-    CardSession session(bench::readerName(card.reader()));
+    card.applets = {sim::kGostAid};
+    ASSERT_TRUE(sim::insertCard(card));
+    CardSession session(sim::readerName(card.reader()));
     ASSERT_TRUE(session.ok());
     for (const DWORD protocol : {DWORD{SCARD_PROTOCOL_RAW}, DWORD{SCARD_PROTOCOL_UNDEFINED},
                                  DWORD{SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1}}) {
@@ -145,29 +142,29 @@ class Session : public ::testing::TestWithParam<Protocol> {};
 
 TEST_P(Session, LeavesNothingBehindOnAnyExit) {
     SimCard card(GetParam());
-    card.applets = {bench::kGostAid};
-    ASSERT_TRUE(bench::insertCard(card));
+    card.applets = {sim::kGostAid};
+    ASSERT_TRUE(sim::insertCard(card));
     {
-        CardSession session(bench::readerName(card.reader()));
+        CardSession session(sim::readerName(card.reader()));
         ASSERT_TRUE(session.ok());
         EXPECT_EQ(session.protocol(), pcscProtocol(GetParam()));
-        EXPECT_TRUE(select(session, bench::kGostAid));
-        EXPECT_TRUE(bench::cardInUse(card.reader()));
+        EXPECT_TRUE(select(session, sim::kGostAid));
+        EXPECT_TRUE(sim::cardInUse(card.reader()));
     }
     EXPECT_EQ(card.resets(), 1);
-    EXPECT_FALSE(bench::cardInUse(card.reader()));
+    EXPECT_FALSE(sim::cardInUse(card.reader()));
 
     // Sessions that fail to connect: an empty reader and an unknown one.
     const int other = 1 - card.reader();
-    ASSERT_TRUE(bench::waitForCard(other, false));
-    for (const char* reader : {bench::readerName(other), "No Such Reader 00 00"}) {
+    ASSERT_TRUE(sim::waitForCard(other, false));
+    for (const char* reader : {sim::readerName(other), "No Such Reader 00 00"}) {
         CardSession session(reader);
         EXPECT_FALSE(session.ok()) << reader;
     }
     // A new session connects and holds a transaction at once.
-    CardSession again(bench::readerName(card.reader()));
+    CardSession again(sim::readerName(card.reader()));
     ASSERT_TRUE(again.ok());
-    EXPECT_TRUE(select(again, bench::kGostAid));
+    EXPECT_TRUE(select(again, sim::kGostAid));
 }
 
 // The card goes away between two commands, or while the reader waits for
@@ -177,32 +174,31 @@ TEST_P(Session, LeavesNothingBehindOnAnyExit) {
 TEST_P(Session, EndsCleanlyWhenTheCardIsPulledOut) {
     for (const bool midCommand : {false, true}) {
         SimCard card(GetParam());
-        card.applets = {bench::kGostAid};
+        card.applets = {sim::kGostAid};
         if (midCommand) card.faults = {{fromHex(kGetInit), {}}};
-        ASSERT_TRUE(bench::insertCard(card));
+        ASSERT_TRUE(sim::insertCard(card));
         {
-            CardSession session(bench::readerName(card.reader()));
+            CardSession session(sim::readerName(card.reader()));
             ASSERT_TRUE(session.ok());
             if (!midCommand) {
-                ASSERT_TRUE(bench::removeCard(card));
+                ASSERT_TRUE(sim::removeCard(card));
             }
             unsigned char response[kApduBufferBytes];
             DWORD length = 0;
-            Bytes command = fromHex(kGetInit);
-            const LONG result = session.transmit(command.data(), 5, response, &length);
-            EXPECT_FALSE(apduOk(result, response, length)) << "mid-command " << midCommand;
-            EXPECT_TRUE(bench::waitForCard(card.reader(), false));
+            EXPECT_FALSE(session.exchange(commandWithLe(cardcmd::kGost2GetInitChecksum, 0x00), response, &length))
+                << "mid-command " << midCommand;
+            EXPECT_TRUE(sim::waitForCard(card.reader(), false));
         }
         SimCard next(GetParam());
-        next.applets = {bench::kGostAid};
-        ASSERT_TRUE(bench::insertCard(next, card.reader()));
-        CardSession session(bench::readerName(next.reader()));
+        next.applets = {sim::kGostAid};
+        ASSERT_TRUE(sim::insertCard(next, card.reader()));
+        CardSession session(sim::readerName(next.reader()));
         ASSERT_TRUE(session.ok());
-        EXPECT_TRUE(select(session, bench::kGostAid));
+        EXPECT_TRUE(select(session, sim::kGostAid));
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Bench, Session, ::testing::Values(Protocol::T0, Protocol::T1),
-                         [](const auto& info) { return std::string(bench::protocolName(info.param)); });
+                         [](const auto& info) { return std::string(sim::protocolName(info.param)); });
 
 }  // namespace

@@ -38,7 +38,8 @@ RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& 
         for (const auto& entry : env) putenv(const_cast<char*>(entry.c_str()));
         if (underValgrind) {
             const std::string bin = VELTCHECK_BIN;
-            const std::string path = bin.substr(0, bin.rfind('/')) + ":" + (std::getenv("PATH") ? std::getenv("PATH") : "");
+            const std::string path =
+                bin.substr(0, bin.rfind('/')) + ":" + (std::getenv("PATH") ? std::getenv("PATH") : "");
             setenv("PATH", path.c_str(), 1);
         }
         execv(program.c_str(), argv.data());

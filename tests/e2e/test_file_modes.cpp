@@ -86,9 +86,9 @@ TEST_F(FileModes, MakeWritesTheExactListAndCheckAcceptsIt) {
     const std::string time = timeOf(written);
     EXPECT_TRUE(std::regex_match(time, std::regex(R"(\d\d/\d\d/\d\d_\d\d:\d\d:\d\d)"))) << time;
 
-    const std::string expected = withTrailer(header(time) + entry("a.bin", digestOf("a.bin")) +
-                                             entry("sub/c.bin", kDigits63Digest) + entry("b.bin", digestOf("b.bin")) +
-                                             entry("a.bin", digestOf("a.bin")));
+    const std::string expected =
+        withTrailer(header(time) + entry("a.bin", digestOf("a.bin")) + entry("sub/c.bin", kDigits63Digest) +
+                    entry("b.bin", digestOf("b.bin")) + entry("a.bin", digestOf("a.bin")));
     EXPECT_EQ(written, expected);
     EXPECT_EQ(made.out, kMakeBanner + expected + "\n");
     EXPECT_EQ(made.status, 0);
@@ -146,26 +146,46 @@ TEST_F(FileModes, CheckTable) {
         {"no star", header("t") + a, listBad, -3, {}},
         {"binary garbage", garbageNoStar, listBad, -3, {}},
         {"zero byte before the star", std::string("ab\0", 3) + good, listBad, -3, {}},
-        {"zero byte after the trailer hides what follows", good + std::string(1, '\0') + "#x$",
-         listOk + verdict("a.bin", "Ok!") + verdict("b.bin", "Ok!"), 1, {}},
+        {"zero byte after the trailer hides what follows",
+         good + std::string(1, '\0') + "#x$",
+         listOk + verdict("a.bin", "Ok!") + verdict("b.bin", "Ok!"),
+         1,
+         {}},
         {"empty", "", "", -2, {}},
         {"131072 bytes", std::string(131072, ' '), "", -2, {}},
         {"exactly 131071 bytes", withTrailer(filler), listOk, 1, {}},
         {"only the trailer", withTrailer(""), listOk, 1, {}},
         {"lower-case digest", withTrailer(lowerEntry), listOk + verdict("a.bin", "error!"), 0, {}},
-        {"name without dollar after good entries", withTrailer(a + "#b.bin\r\n"), listOk + verdict("a.bin", "Ok!"), 0, {}},
-        {"ends right after a dollar", withTrailer(a) + "#a.bin$",
-         listOk + verdict("a.bin", "Ok!") + verdict("a.bin", "error!"), 0, {}},
+        {"name without dollar after good entries",
+         withTrailer(a + "#b.bin\r\n"),
+         listOk + verdict("a.bin", "Ok!"),
+         0,
+         {}},
+        {"ends right after a dollar",
+         withTrailer(a) + "#a.bin$",
+         listOk + verdict("a.bin", "Ok!") + verdict("a.bin", "error!"),
+         0,
+         {}},
         {"dollar before hash", withTrailer("$" + a), listOk, 0, {}},
         {"lone hash", withTrailer("#"), listOk, 0, {}},
         {"missing file", withTrailer(entry("none.bin", kEmptyDigest)), listOk + verdict("none.bin", "error!"), 0, {}},
-        {"directory with the empty digest", withTrailer(entry("sub", kEmptyDigest)), listOk + verdict("sub", "error!"), 0, {}},
+        {"directory with the empty digest",
+         withTrailer(entry("sub", kEmptyDigest)),
+         listOk + verdict("sub", "error!"),
+         0,
+         {}},
         {"FIFO, never waited on", withTrailer(entry("fifo", kEmptyDigest)), listOk + verdict("fifo", "error!"), 0, {}},
-        {"endless device", withTrailer(entry("/dev/zero", kEmptyDigest)), listOk + verdict("/dev/zero", "error!"), 0,
+        {"endless device",
+         withTrailer(entry("/dev/zero", kEmptyDigest)),
+         listOk + verdict("/dev/zero", "error!"),
+         0,
          {}},
         {"empty name", withTrailer(entry("", kEmptyDigest)), listOk + verdict("", "error!"), 0, {}},
-        {"name of 4000 bytes", withTrailer(entry(std::string(4000, 'n'), kEmptyDigest)),
-         listOk + verdict(std::string(4000, 'n'), "error!"), 0, {}},
+        {"name of 4000 bytes",
+         withTrailer(entry(std::string(4000, 'n'), kEmptyDigest)),
+         listOk + verdict(std::string(4000, 'n'), "error!"),
+         0,
+         {}},
         {"hash inside a name", withTrailer(entry("x#y", kEmptyDigest)), listOk + verdict("x#y", "Ok!"), 1,
          [&] { writeFile(dir.file("x#y"), ""); }},
         {"known digests", withTrailer(entry("sub/c.bin", kDigits63Digest) + entry("e", kEmptyDigest)),
@@ -194,12 +214,16 @@ TEST_F(FileModes, MakeFailuresWriteNoList) {
     };
     const std::vector<Row> rows = {
         {{"-mfhl", "out.txt", "a.bin", "missing.bin"},
-         "\r\nmissing.bin : HASH error! Can't open file missing.bin !", 0, true},
+         "\r\nmissing.bin : HASH error! Can't open file missing.bin !",
+         0,
+         true},
         {{"-mfhl", "out.txt", "sub"}, "\r\nsub : HASH error! Can't open file sub !", 0, true},
         {{"-mfhl", "out.txt", "fifo"}, "\r\nfifo : HASH error! Can't open file fifo !", 0, true},
         {{"-mfhl", "out.txt", "/dev/zero"}, "\r\n/dev/zero : HASH error! Can't open file /dev/zero !", 0, true},
         {{"-mfhl", "out.txt", ""}, "\r\n : HASH error! Can't open file  !", 0, true},
-        {{"-mfhl", "out.txt", longName}, "\r\n" + longName + " : HASH error! Can't open file " + longName + " !", 0,
+        {{"-mfhl", "out.txt", longName},
+         "\r\n" + longName + " : HASH error! Can't open file " + longName + " !",
+         0,
          true},
         // Refused before any file is hashed, the missing one included.
         {{"-mfhl", "out.txt", "a.bin", "missing.bin", "x*y"}, "\r\nx*y" + refused + "'*' !", 0, true},

@@ -1,4 +1,4 @@
-#include "bench/pcsc_bench.h"
+#include "sim/pcscd_fixture.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-namespace bench {
+namespace sim {
 
 namespace {
 
@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 const char kPcscd[] = "/usr/sbin/pcscd";
-const char kPcscdLog[] = "pcscd-bench.log";  // in the test's working directory
+const char kPcscdLog[] = "pcscd-fixture.log";  // in the test's working directory
 
 pid_t gDaemon = -1;
 
@@ -65,7 +65,7 @@ void stopDaemonWith(int signal) {
 
 void stopDaemon() { stopDaemonWith(SIGTERM); }
 
-// Empty on success, else why the bench is not usable.
+// Empty on success, else why the fixture is not usable.
 std::string startDaemon() {
     // Another pcscd (or a socket-activated one) would own vpcd's ports.
     if (Context().handle != 0) return "a PC/SC service is already running; stop it first";
@@ -126,7 +126,7 @@ class PcscEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
         const std::string error = startDaemon();
-        ASSERT_TRUE(error.empty()) << "card bench: " << error;
+        ASSERT_TRUE(error.empty()) << "card fixture: " << error;
     }
     void TearDown() override { stopDaemon(); }
 };
@@ -186,7 +186,7 @@ void stopPcscd(int signal) { stopDaemonWith(signal); }
 ::testing::AssertionResult startPcscd() {
     const std::string error = startDaemon();
     if (error.empty()) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "card bench: " << error;
+    return ::testing::AssertionFailure() << "card fixture: " << error;
 }
 
 bool cardInUse(int reader) {
@@ -196,4 +196,4 @@ bool cardInUse(int reader) {
            (state.dwEventState & SCARD_STATE_INUSE) != 0;
 }
 
-}  // namespace bench
+}  // namespace sim

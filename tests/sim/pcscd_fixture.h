@@ -1,15 +1,15 @@
-// The card bench: a real pcscd, run by the test binary for its whole life,
+// The card fixture: a real pcscd, run by the test binary for its whole life,
 // with vpcd's two virtual readers, into which tests put simulated cards.
-// Linking pcsc_bench.cpp into a test binary starts the daemon before the
+// Linking pcscd_fixture.cpp into a test binary starts the daemon before the
 // first test and stops it after the last; the binary fails if it will not
 // come up.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include "bench/sim_card.h"
+#include "sim/sim_card.h"
 
-namespace bench {
+namespace sim {
 
 // vpcd's names of reader 0 and reader 1.
 const char* readerName(int reader);
@@ -33,7 +33,7 @@ constexpr int kAnyReader = -1;
 bool cardInUse(int reader);
 
 // For tests of a service that goes away under the program: stopPcscd ends
-// the bench's pcscd with signal (SIGKILL: as if it crashed; a SIGTERM not
+// the fixture's pcscd with signal (SIGKILL: as if it crashed; a SIGTERM not
 // obeyed within 5 s is followed by SIGKILL), startPcscd starts it again.
 // Cards in the readers are gone with it and must be inserted again.
 void stopPcscd(int signal);
@@ -41,4 +41,4 @@ void stopPcscd(int signal);
 
 inline void PrintTo(Protocol p, std::ostream* out) { *out << protocolName(p); }
 
-}  // namespace bench
+}  // namespace sim

@@ -1,4 +1,4 @@
-#include "bench/sim_card.h"
+#include "sim/sim_card.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -12,7 +12,7 @@
 #include "hash/hash.h"
 #include "support.h"
 
-namespace bench {
+namespace sim {
 
 namespace {
 
@@ -174,7 +174,8 @@ Bytes SimCard::answer(const Bytes& command) {
         if (forced == nullptr && (faults[i].nth == 0 || faults[i].nth == faultHits_[i])) forced = &faults[i].answer;
     }
     if (forced != nullptr) return *forced;
-    if (startsWith(command, {0x00, 0xC0, 0x00, 0x00}) && !pending_.empty()) return std::exchange(pending_, {});
+    const cardcmd::Header g = cardcmd::kGetResponse;
+    if (startsWith(command, {g.cla, g.ins, g.p1, g.p2}) && !pending_.empty()) return std::exchange(pending_, {});
     pending_.clear();
     const Bytes response = appletAnswer(command);
     const size_t dataLength = response.size() - 2;
@@ -188,7 +189,14 @@ Bytes SimCard::answer(const Bytes& command) {
 }
 
 Bytes SimCard::appletAnswer(const Bytes& c) {
-    if (c.size() == 13 && startsWith(c, {0x00, 0xA4, 0x04, 0x00, 0x08})) {
+    using namespace cardcmd;
+    // The header matches; with lc, also the command's length (header, Lc or Le, data).
+    const auto is = [&c](Header h, size_t length = 0) {
+        return c.size() >= 4 && c[0] == h.cla && c[1] == h.ins && c[2] == h.p1 && c[3] == h.p2 &&
+               (length == 0 || c.size() == length);
+    };
+    const auto le = [&c, &is](Header h, unsigned char value) { return c.size() == 5 && c[4] == value && is(h); };
+    if (is(kSelectByName, 5 + kAidBytes) && c[4] == kAidBytes) {
         selected_.assign(c.begin() + 5, c.end());
         if (std::find(applets.begin(), applets.end(), selected_) == applets.end()) {
             selected_.clear();
@@ -201,30 +209,28 @@ Bytes SimCard::appletAnswer(const Bytes& c) {
     }
     const Bytes data(c.begin() + std::min<size_t>(c.size(), 5), c.end());
     if (selected_ == kSsnAid1 || selected_ == kSsnAid2) {
-        if (c.size() == 5 && startsWith(c, {0x80, 0x38, 0x10, 0x00})) return ok({0x01, 0x00, ssnLengthCode, 0x00});
-        if (c.size() == 5 && startsWith(c, {0x80, 0x38, 0x20, 0x00})) {
+        if (is(kSsnLengthCode, 5)) return ok({0x01, 0x00, ssnLengthCode, 0x00});
+        if (is(kSsnData, 5)) {
             Bytes value = ssnValue;
             value.resize(c[4]);
             return ok(value);
         }
     } else if (selected_ == kGostAid) {
-        if (c.size() == 5 && startsWith(c, {0x80, 0x38, 0x20})) {
-            if (c[3] == 0x00) {
-                Bytes info{0x00, 0x0A};  // the SN ends the answer
-                info.insert(info.end(), sn.begin(), sn.end());
-                return ok(info);
-            }
-            if (c[3] == 0x03) return ok(storedInitChecksum());
-            if (c[3] == 0x0B) return ok(gostPcs());
+        if (is(kGost2GetSn, 5)) {
+            Bytes info{0x00, 0x0A};  // the SN ends the answer
+            info.insert(info.end(), sn.begin(), sn.end());
+            return ok(info);
         }
-        if (c.size() > 5 && startsWith(c, {0x80, 0x38, 0x40, 0x00})) return ok(checksum(data, 32));
-        if (c == Bytes{0x80, 0x3E, 0xD0, 0x00, 0x20}) return ok(random(32));
+        if (is(kGost2GetInitChecksum, 5)) return ok(storedInitChecksum());
+        if (is(kGost2GetPcs, 5)) return ok(gostPcs());
+        if (c.size() > 5 && is(kGost2Checksum)) return ok(checksum(data, 32));
+        if (le(kGost2Seed, kGost2SeedLe)) return ok(random(32));
     } else if (selected_ == kAdminAid) {
-        if (c == Bytes{0x80, 0x8E, 0x00, 0x00}) return ok(adminPcs());
-        if (c.size() > 5 && startsWith(c, {0x80, 0x8E, 0x00, 0x00})) return ok(checksum(data, 8));
-        if (c == Bytes{0x80, 0x8C, 0x00, 0x00, 0x00}) return ok(random(seedBytes));
+        if (is(kAdminChecksum, 4)) return ok(adminPcs());
+        if (c.size() > 5 && is(kAdminChecksum)) return ok(checksum(data, 8));
+        if (le(kAdminSeed, kAdminSeedLe)) return ok(random(seedBytes));
     }
     return {0x6D, 0x00};  // unknown here
 }
 
-}  // namespace bench
+}  // namespace sim

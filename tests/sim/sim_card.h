@@ -11,18 +11,21 @@
 #include <thread>
 #include <vector>
 
-namespace bench {
+#include "card/commands.h"
+
+namespace sim {
 
 using Bytes = std::vector<unsigned char>;
 
 enum class Protocol { T0, T1 };
 inline const char* protocolName(Protocol p) { return p == Protocol::T0 ? "T0" : "T1"; }
 
+inline Bytes aid(const cardcmd::Aid a) { return Bytes(a, a + cardcmd::kAidBytes); }
 // Inline, so that test tables built at start-up may use them.
-inline const Bytes kSsnAid1{0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x0D, 0x01};   // serial-number applet
-inline const Bytes kSsnAid2{0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x0D, 0x02};   // its second AID
-inline const Bytes kGostAid{0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x01, 0x01};   // Veltora-2 GOST checksum
-inline const Bytes kAdminAid{0xF2, 0x4E, 0x51, 0x00, 0x37, 0x00, 0x10, 0x01};  // Veltora Admin "ARM Applet"
+inline const Bytes kSsnAid1 = aid(cardcmd::kAidSsn);
+inline const Bytes kSsnAid2 = aid(cardcmd::kAidSsnAlt);
+inline const Bytes kGostAid = aid(cardcmd::kAidGost2);
+inline const Bytes kAdminAid = aid(cardcmd::kAidAdmin);
 
 // A forced answer to every command that starts with prefix, or only to the
 // nth such command (counted from 1). An empty answer drops the connection,
@@ -103,4 +106,4 @@ private:
     unsigned randomCounter_ = 0;
 };
 
-}  // namespace bench
+}  // namespace sim

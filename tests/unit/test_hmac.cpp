@@ -50,7 +50,8 @@ TEST(Hmac, MatchesOpenSslOverAllAlgorithms) {
             Bytes key(keyLen);
             for (size_t i = 0; i < keyLen; ++i) key[i] = static_cast<unsigned char>(0xA0 ^ i);
             for (const std::string& m : {std::string("abc"), message}) {
-                SCOPED_TRACE(std::string(alg.md) + " key " + std::to_string(keyLen) + " message " + std::to_string(m.size()));
+                SCOPED_TRACE(std::string(alg.md) + " key " + std::to_string(keyLen) + " message " +
+                             std::to_string(m.size()));
                 EXPECT_EQ(mac(alg.id, key, m), testsupport::opensslHmac(alg.md, toHex(key.data(), key.size()), m));
             }
         }
