@@ -1,15 +1,11 @@
 #include "cli/hash_list.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <vector>
 
 #include "base/file_guard.h"
+#include "cli/file_digests.h"
 #include "hash/hash.h"
 
 const char strOk[] = "Ok!";
@@ -26,31 +22,46 @@ void printVerdict(const char* word) {
     std::fflush(stdout);
 }
 
+// 1 when the digest (null: there is none, the file could not be hashed)
+// equals the 64 hex digits at hexDigest, -1 when it does not, 0 without one.
+int checkDigest(const unsigned char* digest, const char* hexDigest) {
+    if (digest == nullptr) return 0;
+    return hexEquals(digest, kDigestBytes, hexDigest) ? 1 : -1;
+}
+
+struct Entry {
+    const char* name;
+    const char* hexDigest;
+};
+
+// The entries of the list text, as the check will take them: from the text's
+// start (header and even text after the trailer alike), each "#name$" with
+// the 64 bytes after "$", each "$" becoming the name's end. complete is
+// whether the scan ended with neither marker left; it stops early at a lone
+// "#" or "$", a "$" before its "#", or an entry whose digits run short, which
+// can only fail and is kept as the last entry.
+std::vector<Entry> listEntries(char* text, bool* complete) {
+    std::vector<Entry> entries;
+    *complete = false;
+    for (char* scan = text;;) {
+        const char* hash = std::strchr(scan, '#');
+        char* dollar = std::strchr(scan, '$');
+        if (hash == nullptr && dollar == nullptr) {
+            *complete = true;
+            return entries;
+        }
+        if (hash == nullptr || dollar == nullptr || hash > dollar) return entries;
+        *dollar = '\0';
+        entries.push_back({hash + 1, dollar + 1});
+        if (strnlen(dollar + 1, kDigestHexChars) < kDigestHexChars) return entries;
+        scan = dollar + 1 + kDigestHexChars;
+    }
+}
+
 }  // namespace
 
 uint32_t hashFileWith(uint32_t algId, const char* path, unsigned char* digest) {
-    // Never waits: a FIFO would block the open until a writer came, and a
-    // FIFO, a socket or a character device (/dev/zero) may never end. Only
-    // regular files and block devices have contents to vouch for; a
-    // directory is refused too, as it would hash like an empty file.
-    const FdGuard file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (file.get() < 0) return 0;
-    struct stat info;
-    if (fstat(file.get(), &info) != 0 || !(S_ISREG(info.st_mode) || S_ISBLK(info.st_mode))) return 0;
-
-    std::vector<unsigned char> chunk(kHashChunkBytes);
-    HashPtr hash(hashCreate(algId));
-    hashInit(hash.get());
-    for (;;) {
-        const ssize_t got = read(file.get(), chunk.data(), chunk.size());
-        if (got == 0) break;
-        if (got < 0) {
-            if (errno == EINTR) continue;
-            return 0;  // a read error leaves no digest to trust
-        }
-        hashUpdate(hash.get(), chunk.data(), static_cast<uint32_t>(got));
-    }
-    return hashFinal(hash.get(), digest, 1);
+    return threadFileReader().hash(algId, path, digest);
 }
 
 bool fHashFile(const char* path, unsigned char digest[32]) {
@@ -69,14 +80,13 @@ int fCheckMemHash(const char* begin, const char* hexDigest) {
     if (begin == nullptr || hexDigest == nullptr) return 0;
     unsigned char digest[kDigestBytes];
     fCalcMemHash(begin, static_cast<unsigned int>(hexDigest - begin), reinterpret_cast<char*>(digest));
-    return hexEquals(digest, kDigestBytes, hexDigest) ? 1 : -1;
+    return checkDigest(digest, hexDigest);
 }
 
 int fCheckFileHash(const char* path, const char* hexDigest) {
     if (path == nullptr || hexDigest == nullptr) return 0;
     unsigned char digest[kDigestBytes];
-    if (!fHashFile(path, digest)) return 0;
-    return hexEquals(digest, kDigestBytes, hexDigest) ? 1 : -1;
+    return checkDigest(fHashFile(path, digest) ? digest : nullptr, hexDigest);
 }
 
 int DoParsingFile(const char* listPath) {
@@ -103,23 +113,22 @@ int DoParsingFile(const char* listPath) {
     }
     printVerdict(strOk);
 
-    // The header and even text after the trailer are scanned for entries alike.
-    char* scan = text;
-    for (;;) {
-        const char* hash = std::strchr(scan, '#');
-        char* dollar = std::strchr(scan, '$');
-        if (hash == nullptr && dollar == nullptr) return 1;
-        if (hash == nullptr || dollar == nullptr || hash > dollar) return 0;
-
-        *dollar = '\0';
-        const char* name = hash + 1;
-        std::printf("\nfile '%s' check - ", name);
+    bool complete = false;
+    const std::vector<Entry> entries = listEntries(text, &complete);
+    std::vector<const char*> names;
+    for (const Entry& entry : entries) names.push_back(entry.name);
+    // Files are read ahead on every core; each verdict still comes in list
+    // order, and the first failure ends the check.
+    FileDigests digests(HASH_ALG_GOST12_256, names);
+    for (const Entry& entry : entries) {
+        std::printf("\nfile '%s' check - ", entry.name);
+        unsigned char digest[kDigestBytes];
         // A file that cannot be read fails like one that changed.
-        if (fCheckFileHash(name, dollar + 1) != 1) {
+        if (checkDigest(digests.next(digest) != 0 ? digest : nullptr, entry.hexDigest) != 1) {
             printVerdict(strError);
             return 0;
         }
         printVerdict(strOk);
-        scan = dollar + 1 + kDigestHexChars;
     }
+    return complete ? 1 : 0;
 }

@@ -90,8 +90,6 @@ const char* streebogImplName(int impl) {
 }
 
 HashContext* streebogAlloc(int is256) {
-    // Build the tables now, not inside the first compression.
-    streebog::lookupTable();
     const StreebogCompression& c = *kCompressions[currentImpl()];
     HashContext* ctx = hashAllocContext(kBlockBytes, is256 ? 32 : 64);
     ctx->init = streebogInit;

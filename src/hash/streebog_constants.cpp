@@ -1,10 +1,11 @@
-// Constants of GOST R 34.11-2012 and the tables derived from them at start-up.
+// Constants of GOST R 34.11-2012 and the tables derived from them, at
+// compile time: no run pays for building a table it may not use.
 #include "hash/streebog_internal.h"
 
 namespace streebog {
 
 // The substitution pi of the standard.
-const uint8_t kPi[256] = {
+constexpr uint8_t kPi[256] = {
     252, 238, 221, 17,  207, 110, 49,  22,  251, 196, 250, 218, 35,  197, 4,   77,
     233, 119, 240, 219, 147, 46,  153, 186, 23,  54,  241, 187, 20,  205, 95,  193,
     249, 24,  101, 90,  226, 92,  239, 33,  129, 28,  60,  66,  139, 1,   142, 79,
@@ -60,30 +61,30 @@ alignas(64) const uint64_t kRoundConstants[12][8] = {
      0xf82012d430219f9bULL, 0xcda43c32bcdf1d77ULL, 0xd21380b00449b17aULL, 0x378ee767f11631baULL},
 };
 
-static uint8_t gfTimesX(uint8_t v) {
+namespace {
+
+constexpr uint8_t gfTimesX(uint8_t v) {
     return static_cast<uint8_t>((v << 1) ^ ((v & 0x80) ? 0x1D : 0x00));
 }
 
-static uint64_t wordTimesX(uint64_t w) {
+constexpr uint64_t wordTimesX(uint64_t w) {
     uint64_t r = 0;
     for (int b = 0; b < 8; ++b) r |= uint64_t{gfTimesX(static_cast<uint8_t>(w >> (8 * b)))} << (8 * b);
     return r;
 }
 
 // l(w): bit i of w selects row A[63 - i].
-static uint64_t linearMap(const uint64_t* rows, uint64_t w) {
+constexpr uint64_t linearMap(const uint64_t* rows, uint64_t w) {
     uint64_t r = 0;
     for (int i = 0; i < 64; ++i)
         if ((w >> i) & 1) r ^= rows[63 - i];
     return r;
 }
 
-namespace {
-
 struct Derived {
-    uint64_t rows[64];
-    alignas(64) uint64_t table[8 * 256];
-    Derived() {
+    uint64_t rows[64] = {};
+    alignas(64) uint64_t table[8 * 256] = {};
+    constexpr Derived() {
         for (int g = 0; g < 8; ++g) {
             rows[8 * g + 7] = kMatrixGroupBase[g];
             for (int k = 6; k >= 0; --k) rows[8 * g + k] = wordTimesX(rows[8 * g + k + 1]);
@@ -95,14 +96,11 @@ struct Derived {
     }
 };
 
-const Derived& derived() {
-    static const Derived instance;
-    return instance;
-}
+constexpr Derived kDerived;
 
 }  // namespace
 
-const uint64_t* matrixRows() { return derived().rows; }
-const uint64_t* lookupTable() { return derived().table; }
+const uint64_t* matrixRows() { return kDerived.rows; }
+const uint64_t* lookupTable() { return kDerived.table; }
 
 }  // namespace streebog
