@@ -1,5 +1,7 @@
 #include "cipher/core.h"
 
+#include "base/gost28147_tables.h"
+
 namespace cipher_core {
 namespace {
 
@@ -15,21 +17,10 @@ constexpr uint8_t kSBox[8][16] = {
     {1, 7, 14, 13, 0, 5, 8, 3, 4, 15, 10, 6, 9, 12, 11, 2},
 };
 
-// Substitution and the 11-bit rotation folded into one lookup per byte.
-struct Tables {
-    uint32_t t[4][256];
-    Tables() {
-        for (int i = 0; i < 4; ++i)
-            for (uint32_t x = 0; x < 256; ++x) {
-                const uint32_t byte = (uint32_t{kSBox[2 * i + 1][x >> 4]} << 4) | kSBox[2 * i][x & 15];
-                const uint32_t w = byte << (8 * i);
-                t[i][x] = (w << 11) | (w >> 21);
-            }
-    }
-};
+using Tables = Gost28147Tables;
 
 const Tables& tables() {
-    static const Tables instance;
+    static constexpr Tables instance = gost28147Tables(kSBox);
     return instance;
 }
 

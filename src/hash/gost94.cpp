@@ -1,6 +1,10 @@
 #include "hash/gost94.h"
 
 #include <cstring>
+#include <type_traits>
+#include <utility>
+
+#include "base/gost28147_tables.h"
 
 namespace {
 
@@ -20,97 +24,260 @@ constexpr uint8_t kSBox[8][16] = {
     {1, 3, 10, 9, 5, 11, 4, 15, 8, 6, 7, 14, 13, 0, 2, 12},
 };
 
-// One round's substitution and 11-bit rotation as four lookups.
-struct Tables {
-    uint32_t t[4][256];
-    Tables() {
-        for (int i = 0; i < 4; ++i)
-            for (uint32_t x = 0; x < 256; ++x) {
-                const uint32_t w = ((uint32_t{kSBox[2 * i + 1][x >> 4]} << 4) | kSBox[2 * i][x & 15]) << (8 * i);
-                t[i][x] = (w << 11) | (w >> 21);
-            }
+constexpr Gost28147Tables kRound = gost28147Tables(kSBox);
+
+inline uint32_t g(uint32_t x) {
+    return kRound.t[0][x & 0xFF] ^ kRound.t[1][(x >> 8) & 0xFF] ^ kRound.t[2][(x >> 16) & 0xFF] ^ kRound.t[3][x >> 24];
+}
+
+// f(0) .. f(N - 1) written out: GCC turns loops this short into vector code
+// that moves the words between register files through the stack.
+template <typename F, size_t... I>
+inline void unrolled(F f, std::index_sequence<I...>) {
+    (f(static_cast<int>(I)), ...);
+}
+
+template <int N, typename F>
+inline void unrolled(F f) {
+    unrolled(f, std::make_index_sequence<N>());
+}
+
+// 256-bit values outside the rounds are held in the widest native word, a Part:
+// one per 64-bit part y1..y4 on x86-64, two on 32-bit x86; y1 first.
+using Part = std::conditional_t<sizeof(void*) >= 8, uint64_t, uint32_t>;
+constexpr int kPer = 8 / sizeof(Part);  // Parts in a 64-bit part
+constexpr int kParts = 4 * kPer;
+constexpr int kWordsPerPart = sizeof(Part) / 4;
+using Value = Part[kParts];
+
+inline uint32_t wordOf(const Value v, int i) {
+    return static_cast<uint32_t>(v[i / kWordsPerPart] >> (32 * (i % kWordsPerPart)));
+}
+
+// The four encryptions of a step are independent: they run round by round side
+// by side, four chains for the CPU to overlap instead of one long one.
+constexpr int kChains = 4;
+using PerChain = uint32_t[kChains];
+using Keys = uint32_t[8][kChains];  // key[i][c]: word i of chain c's key
+
+// A: (y4 y3 y2 y1) -> (y1^y2, y4, y3, y2).
+inline void mixA(Value y) {
+    Part top[kPer];
+    for (int h = 0; h < kPer; ++h) top[h] = y[h] ^ y[kPer + h];
+    for (int i = 0; i < 3 * kPer; ++i) y[i] = y[i + kPer];
+    for (int h = 0; h < kPer; ++h) y[3 * kPer + h] = top[h];
+}
+
+// Exchanges the bits of a at mask << shift with those of b at mask.
+inline void swapMasked(Part& a, Part& b, int shift, Part mask) {
+    const Part t = ((a >> shift) ^ b) & mask;
+    b ^= t;
+    a ^= t << shift;
+}
+
+// P: key byte i + 4k is byte 8i + k of u ^ v (i = 0..3, k = 0..7), byte k of
+// the 64-bit part y(i+1): on each 32-bit half of the four parts, a 4x4 byte
+// transpose, done on all the halves a Part holds at once.
+inline void keyFrom(Keys key, int chain, const Value u, const Value v) {
+    constexpr Part kEven8 = static_cast<Part>(0x00FF00FF00FF00FF), kEven16 = static_cast<Part>(0x0000FFFF0000FFFF);
+    for (int h = 0; h < kPer; ++h) {
+        Part r[4];
+        unrolled<4>([&](int i) { r[i] = u[i * kPer + h] ^ v[i * kPer + h]; });
+        swapMasked(r[0], r[1], 8, kEven8);
+        swapMasked(r[2], r[3], 8, kEven8);
+        swapMasked(r[0], r[2], 16, kEven16);
+        swapMasked(r[1], r[3], 16, kEven16);
+        unrolled<4>([&](int k) {
+            for (int s = 0; s < kWordsPerPart; ++s)
+                key[k + 4 * (h + s)][chain] = static_cast<uint32_t>(r[k] >> (32 * s));
+        });
     }
+}
+
+struct Constant {
+    Value v;
 };
 
-const Tables& tables() {
-    static const Tables instance;
-    return instance;
+constexpr Constant fromWords(const Words w) {
+    Constant c{};
+    for (int i = 0; i < kWords; ++i)
+        c.v[i / kWordsPerPart] |= static_cast<Part>(Part{w[i]} << (32 * (i % kWordsPerPart)));
+    return c;
 }
 
-inline uint32_t g(const Tables& T, uint32_t x) {
-    return T.t[0][x & 0xFF] ^ T.t[1][(x >> 8) & 0xFF] ^ T.t[2][(x >> 16) & 0xFF] ^ T.t[3][x >> 24];
+// U, V and the four keys, written out rather than looped so that U and V stay
+// in registers.
+void makeKeys(Keys key, const Value h, const Value m) {
+    static constexpr Words kC3Words = {0xff00ff00, 0xff00ff00, 0x00ff00ff, 0x00ff00ff,
+                                       0x00ffff00, 0xff0000ff, 0x000000ff, 0xff00ffff};
+    static constexpr Constant kC3 = fromWords(kC3Words);
+    Value u, v;
+    unrolled<kParts>([&](int i) {
+        u[i] = h[i];
+        v[i] = m[i];
+    });
+    keyFrom(key, 0, u, v);
+    mixA(u);
+    mixA(v);
+    mixA(v);
+    keyFrom(key, 1, u, v);
+    mixA(u);
+    unrolled<kParts>([&](int i) { u[i] ^= kC3.v[i]; });
+    mixA(v);
+    mixA(v);
+    keyFrom(key, 2, u, v);
+    mixA(u);
+    mixA(v);
+    mixA(v);
+    keyFrom(key, 3, u, v);
 }
 
-// GOST 28147-89 simple substitution of the block (low, high) under key words k0..k7.
-void encrypt(const Tables& T, const Words key, uint32_t& low, uint32_t& high) {
-    uint32_t r = low, l = high;
-    for (int round = 0; round < 32; round += 2) {
-        const int a = round < 24 ? round % 8 : 7 - round % 8, b = round < 24 ? a + 1 : a - 1;
-        l ^= g(T, r + key[a]);
-        r ^= g(T, l + key[b]);
-    }
-    low = l;
-    high = r;
+template <size_t... C>
+inline void roundAll(PerChain x, const PerChain y, const PerChain k, std::index_sequence<C...>) {
+    ((x[C] ^= g(y[C] + k[C])), ...);
 }
 
-// P: output byte i + 4k takes input byte 8i + k (i = 0..3, k = 0..7).
-void transposeBytes(Words out, const Words in) {
-    uint8_t src[kBlockBytes], dst[kBlockBytes];
-    std::memcpy(src, in, kBlockBytes);
-    for (int i = 0; i < 4; ++i)
-        for (int k = 0; k < 8; ++k) dst[i + 4 * k] = src[8 * i + k];
-    std::memcpy(out, dst, kBlockBytes);
+inline void roundAll(PerChain x, const PerChain y, const PerChain k) {
+    roundAll(x, y, k, std::make_index_sequence<kChains>());
 }
 
-// A: (y4 y3 y2 y1) -> (y1^y2, y4, y3, y2) on 64-bit parts.
-void mixA(Words y) {
-    const uint32_t lo = y[0] ^ y[2], hi = y[1] ^ y[3];
-    std::memmove(y, y + 2, 6 * sizeof(uint32_t));
-    y[6] = lo;
-    y[7] = hi;
-}
-
-// psi: shift right by one 16-bit word; the new top word is the XOR of words 1, 2, 3, 4, 13 and 16.
-void psi(uint16_t y[16], int times) {
-    for (int n = 0; n < times; ++n) {
-        const uint16_t top = y[0] ^ y[1] ^ y[2] ^ y[3] ^ y[12] ^ y[15];
-        std::memmove(y, y + 1, 15 * sizeof(uint16_t));
-        y[15] = top;
-    }
-}
-
-// The step function f(H, M).
-void step(Words h, const Words m) {
-    static constexpr Words kC3 = {0xff00ff00, 0xff00ff00, 0x00ff00ff, 0x00ff00ff,
-                                  0x00ffff00, 0xff0000ff, 0x000000ff, 0xff00ffff};
-    const Tables& T = tables();
-    Words u, v, w, key, s;
-    std::memcpy(u, h, sizeof u);
-    std::memcpy(v, m, sizeof v);
-    for (int j = 0; j < 4; ++j) {
-        if (j > 0) {
-            mixA(u);
-            if (j == 2)
-                for (int i = 0; i < kWords; ++i) u[i] ^= kC3[i];
-            mixA(v);
-            mixA(v);
+// GOST 28147-89 simple substitution of the 64-bit parts of h, chain c taking
+// part c under key c.
+void encrypt4(const Keys key, const Value h, Value s) {
+    PerChain r, l;
+    unrolled<kChains>([&](int c) {
+        r[c] = wordOf(h, 2 * c);
+        l[c] = wordOf(h, 2 * c + 1);
+    });
+    for (int pass = 0; pass < 3; ++pass)
+        for (int i = 0; i < 8; i += 2) {
+            roundAll(l, r, key[i]);
+            roundAll(r, l, key[i + 1]);
         }
-        for (int i = 0; i < kWords; ++i) w[i] = u[i] ^ v[i];
-        transposeBytes(key, w);
-        s[2 * j] = h[2 * j];
-        s[2 * j + 1] = h[2 * j + 1];
-        encrypt(T, key, s[2 * j], s[2 * j + 1]);
+    for (int i = 7; i > 0; i -= 2) {
+        roundAll(l, r, key[i]);
+        roundAll(r, l, key[i - 1]);
     }
-    uint16_t y[16], mw[16], hw[16];
-    std::memcpy(y, s, sizeof y);
-    std::memcpy(mw, m, sizeof mw);
-    std::memcpy(hw, h, sizeof hw);
-    psi(y, 12);
-    for (int i = 0; i < 16; ++i) y[i] ^= mw[i];
-    psi(y, 1);
-    for (int i = 0; i < 16; ++i) y[i] ^= hw[i];
-    psi(y, 61);
-    std::memcpy(h, y, sizeof y);
+    Words out;
+    unrolled<kChains>([&](int c) {
+        out[2 * c] = l[c];
+        out[2 * c + 1] = r[c];
+    });
+    unrolled<kParts>([&](int i) {
+        s[i] = 0;
+        for (int w = 0; w < kWordsPerPart; ++w) s[i] |= static_cast<Part>(Part{out[i * kWordsPerPart + w]} << (32 * w));
+    });
+}
+
+// psi on sixteen 16-bit words, y0 least significant: shift down one word, the
+// new top word being y0 ^ y1 ^ y2 ^ y3 ^ y12 ^ y15. It only moves and XORs
+// whole words, so psi^n makes each output word the XOR of a fixed set of input
+// words; the sets are worked out at compile time by running psi on them.
+struct WordSets {
+    uint16_t of[16];  // bit i of of[j]: output word j takes input word i
+};
+
+constexpr WordSets psiPower(int n) {
+    WordSets s{};
+    for (int j = 0; j < 16; ++j) s.of[j] = static_cast<uint16_t>(1u << j);
+    for (; n > 0; --n) {
+        const uint16_t top = s.of[0] ^ s.of[1] ^ s.of[2] ^ s.of[3] ^ s.of[12] ^ s.of[15];
+        for (int j = 0; j < 15; ++j) s.of[j] = s.of[j + 1];
+        s.of[15] = top;
+    }
+    return s;
+}
+
+template <int kPower>
+constexpr WordSets kPsi = psiPower(kPower);
+
+// The sets are applied a Part, kLanes words, at a time. For a distance d,
+// lane j of output Part b may take input word b * kLanes + j + d: a window of
+// the input shifted by d words, masked to the lanes that take it. Most
+// distances serve every lane; the others are XORed in groups serving the same
+// lanes, and each group is masked once.
+constexpr int kLanes = sizeof(Part) / 2;
+
+template <int kPower>
+constexpr unsigned lanesAt(int b, int d) {
+    unsigned lanes = 0;
+    for (int j = 0; j < kLanes; ++j) {
+        const int out = b * kLanes + j, in = out + d;
+        if (in >= 0 && in < 16 && ((kPsi<kPower>.of[out] >> in) & 1)) lanes |= 1u << j;
+    }
+    return lanes;
+}
+
+constexpr Part laneBits(unsigned lanes) {
+    Part p = 0;
+    for (int j = 0; j < kLanes; ++j)
+        if ((lanes >> j) & 1) p |= static_cast<Part>(Part{0xFFFF} << (16 * j));
+    return p;
+}
+
+template <int kIndex>
+inline Part partAt(const Value y) {
+    if constexpr (kIndex >= 0 && kIndex < kParts) {
+        return y[kIndex];
+    } else {
+        return 0;  // beyond the ends: only ever in lanes masked off
+    }
+}
+
+// Words kStart .. kStart + kLanes - 1 of y.
+template <int kStart>
+inline Part window(const Value y) {
+    constexpr int q = (kStart + 16 * kLanes) / kLanes - 16, o = kStart - q * kLanes;  // q rounded down
+    if constexpr (o == 0) {
+        return partAt<q>(y);
+    } else {
+        return (partAt<q>(y) >> (16 * o)) | (partAt<q + 1>(y) << (16 * (kLanes - o)));
+    }
+}
+
+template <int kPower, int kPart, unsigned kSet, int kDistance>
+inline Part term(const Value y) {
+    if constexpr (lanesAt<kPower>(kPart, kDistance) == kSet) {
+        return window<kPart * kLanes + kDistance>(y);
+    } else {
+        return 0;
+    }
+}
+
+// The windows serving exactly the lanes kSet of output Part kPart; D - 15 is the distance.
+template <int kPower, int kPart, unsigned kSet, size_t... D>
+inline Part group(const Value y, std::index_sequence<D...>) {
+    return (Part{0} ^ ... ^ term<kPower, kPart, kSet, static_cast<int>(D) - 15>(y));
+}
+
+// S + 1 runs over every nonempty set of lanes.
+template <int kPower, int kPart, size_t... S>
+inline Part outPart(const Value y, std::index_sequence<S...>) {
+    return (Part{0} ^ ... ^ (group<kPower, kPart, S + 1>(y, std::make_index_sequence<31>()) & laneBits(S + 1)));
+}
+
+template <int kPower, size_t... B>
+inline void psiTimes(Value out, const Value y, std::index_sequence<B...>) {
+    ((out[B] = outPart<kPower, B>(y, std::make_index_sequence<(1u << kLanes) - 1>())), ...);
+}
+
+// out = psi^kPower(y); out and y must not overlap.
+template <int kPower>
+inline void psiTimes(Value out, const Value y) {
+    psiTimes<kPower>(out, y, std::make_index_sequence<kParts>());
+}
+
+// The step function f(H, M): H = psi^61(H ^ psi(M ^ psi^12(S))).
+void step(Value h, const Value m) {
+    Keys key;
+    makeKeys(key, h, m);
+    Value s, a, b;
+    encrypt4(key, h, s);
+    psiTimes<12>(a, s);
+    unrolled<kParts>([&](int i) { a[i] ^= m[i]; });
+    psiTimes<1>(b, a);
+    unrolled<kParts>([&](int i) { b[i] ^= h[i]; });
+    psiTimes<61>(h, b);
 }
 
 // acc += v modulo 2^256.
@@ -123,18 +290,51 @@ void add256(Words acc, const Words v) {
     }
 }
 
-void absorb(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
-    Words h, length, sigma, m, count = {bitCount};
-    std::memcpy(h, ctx->state, kBlockBytes);
-    std::memcpy(length, ctx->aux1, kBlockBytes);
-    std::memcpy(sigma, ctx->aux2, kBlockBytes);
+// H, the bit count and Sigma, kept in the work area between calls.
+struct State {
+    Value h;
+    Words length, sigma;
+};
+
+void load(State& s, const HashContext* ctx) {
+    std::memcpy(s.h, ctx->state, kBlockBytes);
+    std::memcpy(s.length, ctx->aux1, kBlockBytes);
+    std::memcpy(s.sigma, ctx->aux2, kBlockBytes);
+}
+
+void store(HashContext* ctx, const State& s) {
+    std::memcpy(ctx->state, s.h, kBlockBytes);
+    std::memcpy(ctx->aux1, s.length, kBlockBytes);
+    std::memcpy(ctx->aux2, s.sigma, kBlockBytes);
+}
+
+// Sigma += block, H = f(H, block); the caller counts the bits.
+void absorb(State& s, const uint8_t* block) {
+    Value m;
+    Words mw;
     std::memcpy(m, block, kBlockBytes);
-    add256(sigma, m);
-    add256(length, count);
-    step(h, m);
-    std::memcpy(ctx->state, h, kBlockBytes);
-    std::memcpy(ctx->aux1, length, kBlockBytes);
-    std::memcpy(ctx->aux2, sigma, kBlockBytes);
+    std::memcpy(mw, block, kBlockBytes);
+    add256(s.sigma, mw);
+    step(s.h, m);
+}
+
+void absorbCounted(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
+    State s;
+    load(s, ctx);
+    const Words count = {bitCount};
+    add256(s.length, count);
+    absorb(s, block);
+    store(ctx, s);
+}
+
+// A run of whole blocks, the state in locals from the first to the last.
+void gost94CompressBlocks(HashContext* ctx, const uint8_t* blocks, uint32_t count) {
+    State s;
+    load(s, ctx);
+    const Words bits = {count << 8, count >> 24};
+    add256(s.length, bits);
+    for (uint32_t i = 0; i < count; ++i) absorb(s, blocks + i * kBlockBytes);
+    store(ctx, s);
 }
 
 }  // namespace
@@ -142,10 +342,10 @@ void absorb(HashContext* ctx, const uint8_t* block, uint32_t bitCount) {
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are copied straight from little-endian memory");
 
 HashContext* gost94Alloc() {
-    tables();
     HashContext* ctx = hashAllocContext(kBlockBytes, 32);
     ctx->init = gost94Init;
     ctx->compress = gost94Compress;
+    ctx->compressBlocks = gost94CompressBlocks;
     ctx->finish = gost94Finish;
     return ctx;
 }
@@ -156,20 +356,21 @@ int gost94Init(HashContext* ctx) {
     return 0;
 }
 
-void gost94Compress(HashContext* ctx, const uint8_t* block, uint32_t bitCount) { absorb(ctx, block, bitCount); }
+void gost94Compress(HashContext* ctx, const uint8_t* block, uint32_t bitCount) { absorbCounted(ctx, block, bitCount); }
 
 void gost94Finish(HashContext* ctx) {
     const uint32_t n = ctx->buffered;
     if (n > 0) {
         std::memset(ctx->block + n, 0, kBlockBytes - n);
-        absorb(ctx, ctx->block, 8 * n);
+        absorbCounted(ctx, ctx->block, 8 * n);
     }
-    Words h, length, sigma;
-    std::memcpy(h, ctx->state, kBlockBytes);
-    std::memcpy(length, ctx->aux1, kBlockBytes);
-    std::memcpy(sigma, ctx->aux2, kBlockBytes);
-    step(h, length);
-    step(h, sigma);
-    std::memcpy(ctx->state, h, kBlockBytes);
+    State s;
+    load(s, ctx);
+    Value length, sigma;
+    std::memcpy(length, s.length, kBlockBytes);
+    std::memcpy(sigma, s.sigma, kBlockBytes);
+    step(s.h, length);
+    step(s.h, sigma);
+    std::memcpy(ctx->state, s.h, kBlockBytes);
     ctx->buffered = 0;
 }
