@@ -63,11 +63,3 @@ RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& 
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
     return result;
 }
-
-std::string usageText() {
-    return "veltcheck 1.1.0.205"
-           "\nCommand line format\n- Check file hash: veltcheck [file name]"
-           "\n- Make file hash list: veltcheck -mfhl <out file> [file name 1...]"
-           "\n- Veltora-2 GOST checksum: veltcheck -cs [file name]"
-           "\n- Veltora Admin checksum: veltcheck -ta [file name]\n";
-}

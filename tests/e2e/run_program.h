@@ -17,6 +17,3 @@ struct RunResult {
 // whether it was still running then (its output was not held back).
 RunResult runVeltcheck(const std::vector<std::string>& args, const std::string& cwd,
                        const std::vector<std::string>& env = {}, const std::string& until = "");
-
-// The usage text as the program prints it for argv[0] = "veltcheck".
-std::string usageText();
