@@ -68,7 +68,8 @@ public:
             if (key == "run" || key == "shell") {
                 before_ = listing();
                 ran_ = true;
-                result_ = key == "run" ? runVeltcheck(words(expand(value)), dir_.path(), {kNoService}) : shell(value);
+                result_ = key == "run" ? shell("veltcheck " + value + " > \"$OUT\"", std::getenv("VELT_VALGRIND"))
+                                       : shell(value, false);
                 digests_.clear();
                 expected_.clear();
             } else if (key == "out") {
@@ -153,36 +154,29 @@ private:
         return names;
     }
 
-    RunResult shell(const std::string& command) {
+    // Runs command with bash in the row's folder, veltcheck standing for the
+    // program (under valgrind's memcheck for run: rows when VELT_VALGRIND is
+    // set: valgrind needs the descriptors shell: rows close), $OUT for a file
+    // whose contents become the result's output.
+    RunResult shell(const std::string& command, bool valgrind) {
         const TempDir scratch;
-        writeFile(scratch.file("run.sh"), "export " + std::string(kNoService) + "\nveltcheck() { '" VELTCHECK_BIN
-                                              "' \"$@\"; }\ncd '" + dir_.path() + "' && " + expand(command) + "\n");
+        const std::string bin = VELTCHECK_BIN, binDir = bin.substr(0, bin.rfind('/'));
+        const std::string program = !valgrind
+                                        ? "(exec -a veltcheck '" + bin + "' \"$@\")"
+                                        : "PATH='" + binDir + "':$PATH valgrind --quiet --error-exitcode=99 "
+                                          "--leak-check=full --errors-for-leak-kinds=definite veltcheck \"$@\"";
+        writeFile(scratch.file("run.sh"), "export " + std::string(kNoService) + " OUT='" + scratch.file("out") +
+                                              "'\nveltcheck() { " + program + "; }\ncd '" + dir_.path() + "' && " +
+                                              expand(command) + "\n");
         const int status = std::system(("bash " + scratch.file("run.sh")).c_str());
-        return {"", WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status)};
+        return {std::filesystem::exists(scratch.file("out")) ? readFile(scratch.file("out")) : "",
+                WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status)};
     }
 
     static std::string stampIn(const std::string& text) {
         std::smatch m;
         const std::regex stamp("TIME:(\\d\\d/\\d\\d/\\d\\d_\\d\\d:\\d\\d:\\d\\d);");
         return std::regex_search(text, m, stamp) ? m[1].str() : "(no time stamp)";
-    }
-
-    static std::vector<std::string> words(const std::string& line) {
-        std::vector<std::string> out;
-        for (size_t i = 0; i < line.size();) {
-            if (line[i] == ' ') {
-                ++i;
-            } else if (line[i] == '\'') {
-                const size_t end = line.find('\'', i + 1);
-                out.push_back(line.substr(i + 1, end - i - 1));
-                i = end + 1;
-            } else {
-                const size_t end = std::min(line.find(' ', i), line.size());
-                out.push_back(line.substr(i, end - i));
-                i = end;
-            }
-        }
-        return out;
     }
 
     std::string digest(const std::string& name) {
