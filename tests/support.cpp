@@ -4,21 +4,17 @@
 
 #include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
 namespace testsupport {
 
 std::string toHex(const unsigned char* data, size_t len) {
-    static const char kDigits[] = "0123456789ABCDEF";
     std::string out;
-    for (size_t i = 0; i < len; ++i) {
-        out += kDigits[data[i] >> 4];
-        out += kDigits[data[i] & 15];
-    }
+    for (size_t i = 0; i < len; ++i) out += {"0123456789ABCDEF"[data[i] >> 4], "0123456789ABCDEF"[data[i] & 15]};
     return out;
 }
 
@@ -29,34 +25,16 @@ std::vector<unsigned char> fromHex(const std::string& hex) {
     return out;
 }
 
-namespace {
-
-// The standard output of a shell command, upper-cased; throws if it fails or says nothing.
-std::string upperOutputOf(const std::string& command) {
+// rhash's output, upper-cased; throws if it fails or says nothing.
+std::string rhashFile(const std::string& algorithm, const std::string& path) {
+    const std::string command = "rhash --printf='%{" + algorithm + "}' '" + path + "' 2>/dev/null";
     FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) throw std::runtime_error("cannot run: " + command);
     std::string out;
     char buf[256];
-    size_t got;
-    while ((got = std::fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, got);
-    if (pclose(pipe) != 0 || out.empty()) throw std::runtime_error("failed: " + command);
-    while (!out.empty() && (out.back() == '\n' || out.back() == ' ')) out.pop_back();
+    for (size_t got; pipe != nullptr && (got = std::fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, got);
+    if (pipe == nullptr || pclose(pipe) != 0 || out.empty()) throw std::runtime_error("failed: " + command);
     for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return out;
-}
-
-}  // namespace
-
-std::string rhashFile(const std::string& algorithm, const std::string& path) {
-    return upperOutputOf("rhash --printf='%{" + algorithm + "}' '" + path + "' 2>/dev/null");
-}
-
-std::string opensslHmac(const std::string& md, const std::string& hexKey, const std::string& bytes) {
-    TempDir dir;
-    writeFile(dir.file("data"), bytes);
-    const std::string out = upperOutputOf("openssl dgst -engine gost -" + md + " -mac hmac -macopt hexkey:" + hexKey +
-                                          " '" + dir.file("data") + "' 2>/dev/null");
-    return out.substr(out.rfind(' ') + 1);
 }
 
 std::string rhashBytes(const std::string& algorithm, const std::string& bytes) {
@@ -67,15 +45,25 @@ std::string rhashBytes(const std::string& algorithm, const std::string& bytes) {
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream all;
-    all << in.rdbuf();
-    return all.str();
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 void writeFile(const std::string& path, const std::string& bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!out) throw std::runtime_error("cannot write " + path);
+}
+
+std::vector<std::vector<std::string>> rows(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) throw std::runtime_error("cannot read " + path);
+    std::vector<std::vector<std::string>> out;
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream fields(line);
+        out.emplace_back(std::istream_iterator<std::string>(fields), std::istream_iterator<std::string>());
+        if (out.back().empty() || out.back()[0][0] == '#') out.pop_back();
+    }
+    return out;
 }
 
 TempDir::TempDir() {

@@ -14,23 +14,19 @@ std::string rhashFile(const std::string& algorithm, const std::string& path);
 // The same for bytes, through a scratch file.
 std::string rhashBytes(const std::string& algorithm, const std::string& bytes);
 
-// HMAC of bytes by OpenSSL's GOST engine, upper-case hex; md is e.g. "md_gost12_256".
-std::string opensslHmac(const std::string& md, const std::string& hexKey, const std::string& bytes);
-
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
 
+// The rows of a data file: its lines split at blanks, less blank lines and "#" comments.
+std::vector<std::vector<std::string>> rows(const std::string& path);
+
 // A fresh directory under the system's temporary folder, removed on destruction.
-class TempDir {
-public:
+struct TempDir {
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
     std::string path_;
 };
 

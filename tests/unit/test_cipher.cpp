@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,338 +11,142 @@
 #include "support.h"
 
 using testsupport::fromHex;
-using testsupport::toHex;
 using Bytes = std::vector<unsigned char>;
+using Row = std::vector<std::string>;
+using CtxPtr = std::unique_ptr<CipherCtx, void (*)(CipherCtx*)>;
 
 namespace {
 
 const Bytes kKey = fromHex("ffeeddccbbaa99887766554433221100f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff");
 
-struct Freer {
-    void operator()(CipherCtx* c) const { cipherCtxFree(&c); }
-};
-using CtxPtr = std::unique_ptr<CipherCtx, Freer>;
-
-CtxPtr makeCtx(uint32_t mode, int32_t segment, const Bytes& iv, uint8_t padding, const Bytes& key = kKey) {
+// A context for mode with the IV, segment and padding of a row "<mode> <iv> <segment> <padding> ...".
+CtxPtr make(const Row& r, uint32_t mode) {
     CipherCtx* raw = nullptr;
     EXPECT_EQ(cipherCtxAlloc(&raw), 0u);
-    CtxPtr ctx(raw);
-    EXPECT_EQ(cipherCtxInit(ctx.get(), mode, key.data(), segment, iv.empty() ? nullptr : iv.data(),
-                            static_cast<uint32_t>(iv.size()), padding),
-              0u);
-    return ctx;
+    const Bytes iv = fromHex(r[1]);
+    EXPECT_EQ(cipherCtxInit(raw, mode, kKey.data(), std::stoi(r[2]), iv.empty() ? nullptr : iv.data(),
+                            static_cast<uint32_t>(iv.size()), static_cast<uint8_t>(std::stoi(r[3]))), 0u);
+    return CtxPtr(raw, [](CipherCtx* c) { cipherCtxFree(&c); });
 }
 
-// A heap block of exactly n bytes: a write past the declared capacity trips AddressSanitizer.
-std::unique_ptr<uint8_t[]> exactBuffer(size_t n) { return std::unique_ptr<uint8_t[]>(new uint8_t[n ? n : 1]); }
+bool zeros(const void* p, size_t n) {
+    const auto* bytes = static_cast<const uint8_t*>(p);
+    return std::all_of(bytes, bytes + n, [](uint8_t b) { return b == 0; });
+}
 
-// Runs a stream: updates over the given piece sizes (cycled, optionally in
-// place), then a final; returns everything written.
-Bytes runStream(CipherCtx* ctx, const Bytes& in, const std::vector<size_t>& pieces, bool inPlace = false,
-                uint32_t* finalStatus = nullptr) {
+// The stream in pieces of the given sizes (cycled), in place or not, going on in a copy after each piece; the
+// final gets the room its length query names. Every buffer is exactly as long as its capacity.
+Bytes run(const Row& r, uint32_t mode, const Bytes& in, const std::vector<size_t>& cut, bool inPlace = false) {
+    CtxPtr ctx = make(r, mode);
     Bytes out;
-    size_t done = 0;
-    for (size_t i = 0; done < in.size(); ++i) {
-        const size_t n = std::min(pieces[i % pieces.size()], in.size() - done);
+    for (size_t at = 0, i = 0, n; at < in.size(); at += n) {
+        n = std::min(cut[i++ % cut.size()], in.size() - at);
+        Bytes buf(in.begin() + at, in.begin() + at + n);
+        buf.resize(n + 8);
         uint32_t len = static_cast<uint32_t>(n + 8);
-        auto buf = exactBuffer(len);
-        const uint8_t* src = in.data() + done;
-        if (inPlace) {
-            std::copy(src, src + n, buf.get());
-            src = buf.get();
-        }
-        EXPECT_EQ(cipherUpdate(ctx, src, static_cast<uint32_t>(n), buf.get(), &len), 0u);
-        out.insert(out.end(), buf.get(), buf.get() + len);
-        done += n;
+        EXPECT_EQ(cipherUpdate(ctx.get(), inPlace ? buf.data() : in.data() + at, n, buf.data(), &len), 0u);
+        out.insert(out.end(), buf.begin(), buf.begin() + len);
+        CtxPtr copy = make({"1", "-", "8", "2"}, CIPHER_ECB_ENCRYPT);
+        EXPECT_EQ(cipherCtxCopy(copy.get(), ctx.get()), 0u);
+        ctx = std::move(copy);
     }
-    uint32_t len = 8;
-    auto buf = exactBuffer(len);
-    const uint32_t status = cipherFinal(ctx, buf.get(), &len);
-    if (finalStatus != nullptr) *finalStatus = status;
-    else EXPECT_EQ(status, 0u);
-    if (status == 0) out.insert(out.end(), buf.get(), buf.get() + len);
-    return out;
-}
-
-struct Vector {
-    uint32_t mode;
-    Bytes iv;
-    int32_t segment;
-    uint8_t padding;
-    Bytes plain, expected;
-};
-
-std::vector<Vector> loadVectors() {
-    std::ifstream in(VELT_VECTORS_DIR "/gost28147.txt");
-    std::vector<Vector> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream f(line);
-        Vector v;
-        std::string iv, plain, expected;
-        int padding;
-        f >> v.mode >> iv >> v.segment >> padding >> plain >> expected;
-        v.padding = static_cast<uint8_t>(padding);
-        if (iv != "-") v.iv = fromHex(iv);
-        v.plain = fromHex(plain);
-        v.expected = fromHex(expected);
-        out.push_back(v);
-    }
+    uint32_t len = 0;
+    EXPECT_EQ(cipherFinal(ctx.get(), nullptr, &len), 0u);
+    std::unique_ptr<uint8_t[]> last(new uint8_t[len]);
+    EXPECT_EQ(cipherFinal(ctx.get(), last.get(), &len), 0u);
+    // The final wipes the key and the IV, whose buffer stays until the context is cleared.
+    EXPECT_TRUE(cipherGetMode(ctx.get()) == 0 && zeros(ctx->key, 32) && zeros(ctx->iv, fromHex(r[1]).size()));
+    out.insert(out.end(), last.get(), last.get() + len);
     return out;
 }
 
 }  // namespace
 
-TEST(Cipher, KnownAnswersWholeBytewiseInPlaceAndDecrypted) {
-    const auto vectors = loadVectors();
-    ASSERT_EQ(vectors.size(), 8u);
-    for (const auto& v : vectors) {
-        SCOPED_TRACE("mode " + std::to_string(v.mode) + " -> " + toHex(v.expected.data(), v.expected.size()));
-        for (const auto& pieces : std::vector<std::vector<size_t>>{{1000}, {1}, {5, 11, 3}}) {
-            for (bool inPlace : {false, true}) {
-                auto enc = makeCtx(v.mode, v.segment, v.iv, v.padding);
-                EXPECT_EQ(runStream(enc.get(), v.plain, pieces, inPlace), v.expected);
+// Every known answer, and random texts under every mode's parameters: the same in any pieces, in place or not;
+// decrypted back, paddings 1 and 3 left on.
+TEST(Cipher, KnownAnswersAndEveryModesProperties) {
+    auto rows = testsupport::rows(VELT_VECTORS_DIR "/gost28147.txt");
+    for (const Row& r : testsupport::rows(VELT_VECTORS_DIR "/cipher_modes.txt")) rows.push_back(r);
+    std::mt19937 rng(28147);
+    for (const Row& r : rows) {
+        const uint32_t mode = static_cast<uint32_t>(std::stoul(r[0])), padding = std::stoul(r[3]);
+        std::vector<Bytes> plains;
+        for (size_t len = 0; r.size() == 4 && len <= 40; ++len) {
+            if (len % 8 != 0 && padding == 0 && (mode == CIPHER_ECB_ENCRYPT || mode == CIPHER_CBC_ENCRYPT)) continue;
+            plains.emplace_back(len);
+            for (auto& b : plains.back()) b = static_cast<unsigned char>(rng());
+        }
+        if (r.size() > 4) plains.push_back(fromHex(r[4]));
+        for (const Bytes& plain : plains) {
+            SCOPED_TRACE(r[0] + " " + r[1] + " " + r[2] + " " + r[3] + ", " + std::to_string(plain.size()) + " bytes");
+            const Bytes whole = run(r, mode, plain, {~size_t{0}});
+            EXPECT_EQ(whole, r.size() > 4 ? fromHex(r[5]) : whole);
+            Bytes back = plain;
+            if (plain.size() % 8 != 0 && (padding == CIPHER_PAD_ZEROS || padding == CIPHER_PAD_ONE_ZEROS_IF)) {
+                back.resize((plain.size() + 7) / 8 * 8, 0);
+                back[plain.size()] = padding == CIPHER_PAD_ONE_ZEROS_IF ? 0x80 : 0;
+            }
+            for (const std::vector<size_t>& cut : {std::vector<size_t>{1}, {3, 0, 5, 11}, {9, 7}}) {
+                EXPECT_EQ(run(r, mode, plain, cut), whole);
+                EXPECT_EQ(run(r, mode, plain, cut, true), whole);
+                EXPECT_EQ(mode == CIPHER_MAC ? back : run(r, mode + 1, whole, cut), back);
             }
         }
-        if (v.mode == CIPHER_MAC) continue;
-        auto dec = makeCtx(v.mode + 1, v.segment, v.iv, v.padding);
-        EXPECT_EQ(runStream(dec.get(), v.expected, {7}), v.plain);
     }
 }
 
-// Any cutting of a stream gives the output of one update; decryption inverts
-// encryption (with the padding bytes that the paddings 1 and 3 leave in place).
-TEST(Cipher, RandomCuttingsAndRoundTripsInEveryMode) {
-    std::mt19937 rng(28147);
-    for (int round = 0; round < 400; ++round) {
-        const uint32_t mode = 1 + 2 * (rng() % 5);  // the encrypting modes 1, 3, 5, 7, 9
-        Bytes key(32), iv;
-        for (auto& b : key) b = static_cast<unsigned char>(rng());
-        int32_t segment = 8;
-        uint8_t padding = 0;
-        if (mode == CIPHER_CTR_ENCRYPT) iv.resize(4);
-        if (mode == CIPHER_OFB_ENCRYPT || mode == CIPHER_CBC_ENCRYPT) iv.resize(8 * (1 + rng() % 3));
-        if (mode == CIPHER_CFB_ENCRYPT) iv.resize(8 + rng() % 13);
-        for (auto& b : iv) b = static_cast<unsigned char>(rng());
-        if (mode == CIPHER_CTR_ENCRYPT || mode == CIPHER_OFB_ENCRYPT || mode == CIPHER_CFB_ENCRYPT)
-            segment = static_cast<int32_t>(1 + rng() % 8);
-        if (mode == CIPHER_ECB_ENCRYPT || mode == CIPHER_CBC_ENCRYPT) padding = static_cast<uint8_t>(rng() % 4);
-        size_t len = rng() % 90;
-        if ((mode == CIPHER_ECB_ENCRYPT || mode == CIPHER_CBC_ENCRYPT) && padding == 0) len -= len % 8;
-        Bytes plain(len);
-        for (auto& b : plain) b = static_cast<unsigned char>(rng());
-        SCOPED_TRACE("round " + std::to_string(round) + " mode " + std::to_string(mode) + " s " +
-                     std::to_string(segment) + " pad " + std::to_string(padding) + " len " + std::to_string(len));
-
-        const Bytes whole = runStream(makeCtx(mode, segment, iv, padding, key).get(), plain, {1000});
-        std::vector<size_t> pieces;
-        for (int i = 0; i < 6; ++i) pieces.push_back(rng() % 20);
-        pieces.push_back(1);
-        EXPECT_EQ(runStream(makeCtx(mode, segment, iv, padding, key).get(), plain, pieces, rng() % 2), whole);
-
-        Bytes expectedPlain = plain;
-        if (len % 8 != 0 && padding == CIPHER_PAD_ZEROS) expectedPlain.resize(len + 8 - len % 8, 0);
-        if (len % 8 != 0 && padding == CIPHER_PAD_ONE_ZEROS_IF) {
-            expectedPlain.push_back(0x80);
-            expectedPlain.resize(len + 8 - len % 8, 0);
-        }
-        EXPECT_EQ(runStream(makeCtx(mode + 1, segment, iv, padding, key).get(), whole, pieces), expectedPlain);
-    }
-}
-
-TEST(Cipher, MacOverRandomCuttingsAndWithoutData) {
-    std::mt19937 rng(11);
-    Bytes data(77);
-    for (auto& b : data) b = static_cast<unsigned char>(rng());
-    for (size_t len : {1, 7, 8, 9, 16, 17, 77}) {
-        const Bytes part(data.begin(), data.begin() + static_cast<long>(len));
-        const Bytes whole = runStream(makeCtx(CIPHER_MAC, 8, {}, 3).get(), part, {1000});
-        EXPECT_EQ(runStream(makeCtx(CIPHER_MAC, 8, {}, 3).get(), part, {3, 1, 8}), whole) << len;
-    }
-    // No data: the MAC of the one block 80 00 .. 00 under the second subkey,
-    // worked out here from R = E(0) with plain ECB.
-    auto ecb = makeCtx(CIPHER_ECB_ENCRYPT, 8, {}, 0);
-    Bytes r = runStream(ecb.get(), Bytes(8, 0), {8});
-    auto times2 = [](Bytes v) {
-        const bool carry = v[0] & 0x80;
-        for (size_t i = 0; i < 8; ++i) v[i] = static_cast<unsigned char>((v[i] << 1) | (i < 7 ? v[i + 1] >> 7 : 0));
-        if (carry) v[7] ^= 0x1B;
-        return v;
-    };
-    Bytes block = times2(times2(r));
-    block[0] ^= 0x80;
-    const Bytes expected = runStream(makeCtx(CIPHER_ECB_ENCRYPT, 8, {}, 0).get(), block, {8});
-    auto mac = makeCtx(CIPHER_MAC, 8, {}, 3);
-    uint8_t out[8];
-    uint32_t len = 8;
-    EXPECT_EQ(cipherFinal(mac.get(), out, &len), 0u);
-    EXPECT_EQ(Bytes(out, out + len), expected);
-}
-
-TEST(Cipher, CounterUsesSegmentBytesAndCarriesIntoHighWord) {
-    const Bytes iv = fromHex("12345678"), zeros(16, 0);
-    const Bytes full = runStream(makeCtx(CIPHER_CTR_ENCRYPT, 8, iv, 0).get(), zeros, {16});
-    const Bytes half = runStream(makeCtx(CIPHER_CTR_ENCRYPT, 4, iv, 0).get(), Bytes(8, 0), {8});
-    EXPECT_EQ(half, Bytes({full[0], full[1], full[2], full[3], full[8], full[9], full[10], full[11]}));
-
-    // Counter 12345678 ffffffff is followed by 12345679 00000000.
-    auto ctx = makeCtx(CIPHER_CTR_ENCRYPT, 8, iv, 0);
-    std::fill(ctx->reg + 4, ctx->reg + 8, 0xFF);
-    const Bytes carried = runStream(ctx.get(), zeros, {16});
-    const Bytes next = runStream(makeCtx(CIPHER_CTR_ENCRYPT, 8, fromHex("12345679"), 0).get(), Bytes(8, 0), {8});
-    EXPECT_EQ(Bytes(carried.begin() + 8, carried.end()), next);
-}
-
-TEST(Cipher, SetUpStatusCodesLeaveTheContextCleared) {
-    const Bytes iv8(8, 1), iv4(4, 1), iv12(12, 1);
-    struct Row {
-        uint32_t mode;
-        bool key;
-        int32_t segment;
-        const Bytes* iv;
-        uint8_t padding;
-        uint32_t status;
-    };
-    const std::vector<Row> rows = {
-        {0, true, 8, &iv8, 0, CIPHER_BAD_MODE},         {12, true, 8, &iv8, 0, CIPHER_BAD_MODE},
-        {1, false, 8, nullptr, 0, CIPHER_NULL_KEY},     {1, true, 8, nullptr, 4, CIPHER_BAD_PADDING},
-        {3, true, 0, &iv4, 0, CIPHER_BAD_SEGMENT},      {3, true, 9, &iv4, 0, CIPHER_BAD_SEGMENT},
-        {3, true, 8, &iv8, 0, CIPHER_BAD_IV},           {3, true, 8, nullptr, 0, CIPHER_BAD_IV},
-        {4, true, 8, &iv4, 1, CIPHER_BAD_PADDING},      {5, true, 8, &iv12, 0, CIPHER_BAD_IV},
-        {6, true, -1, &iv8, 0, CIPHER_BAD_SEGMENT},     {7, true, 0, &iv4, 0, CIPHER_BAD_IV},
-        {8, true, 99, &iv8, 3, CIPHER_OK},              {8, true, 8, &iv8, 4, CIPHER_BAD_PADDING},
-        {9, true, 8, &iv4, 0, CIPHER_BAD_IV},           {10, true, 8, &iv12, 0, CIPHER_OK},
-        {10, true, 8, &iv12, 2, CIPHER_BAD_PADDING},    {11, true, 9, nullptr, 3, CIPHER_BAD_SEGMENT},
-        {11, true, 4, nullptr, 2, CIPHER_BAD_PADDING},  {11, false, 4, nullptr, 3, CIPHER_NULL_KEY},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE("mode " + std::to_string(row.mode) + " expects " + std::to_string(row.status));
-        auto ctx = makeCtx(CIPHER_CBC_ENCRYPT, 8, iv8, 0);  // a keyed context to be re-initialised
-        const uint32_t status =
-            cipherCtxInit(ctx.get(), row.mode, row.key ? kKey.data() : nullptr, row.segment,
-                          row.iv ? row.iv->data() : nullptr, row.iv ? static_cast<uint32_t>(row.iv->size()) : 0,
-                          row.padding);
-        EXPECT_EQ(status, row.status);
-        if (status != CIPHER_OK) {
-            EXPECT_EQ(cipherGetMode(ctx.get()), 0u);
-            EXPECT_EQ(ctx->iv, nullptr);
-            EXPECT_EQ(ctx->reg, nullptr);
-            const auto* key = reinterpret_cast<uint8_t*>(ctx->key);
-            EXPECT_EQ(Bytes(key, key + 32), Bytes(32, 0));
+TEST(Cipher, StatusOfEverySetUpUpdateAndFinal) {
+    for (const Row& r : testsupport::rows(VELT_VECTORS_DIR "/cipher_status.txt")) {
+        CtxPtr ctx = make({"7", "0001020304050607", "8", "0"}, CIPHER_CBC_ENCRYPT);
+        const Bytes iv = fromHex(r[3] == "null" ? "" : r[3]), data = fromHex(r[7]);
+        const std::string name = r[0] + " " + r[1] + " " + r[2] + " " + r[3] + " " + r[4] + " " + r[5];
+        EXPECT_EQ(cipherCtxInit(ctx.get(), std::stoul(r[0]), r[1] == "null" ? nullptr : kKey.data(), std::stoi(r[2]),
+                                r[3] == "null" ? nullptr : iv.data(), std::stoul(r[4]), std::stoi(r[5])),
+                  std::stoul(r[6])) << name;
+        Bytes written;
+        for (size_t i = 8, at = 0; i < r.size(); ++i) {
+            const std::string& s = r[i];
+            SCOPED_TRACE(name + ": " + s);
+            if (s[0] == 'p') ctx->pendingLen = std::stoul(s.substr(1));
+            const Bytes poke = fromHex(s[0] == 'r' ? s.substr(s.find('=') + 1) : "");
+            std::copy(poke.begin(), poke.end(), ctx->reg + (s[0] == 'r' ? std::stoul(s.substr(1)) : 0));
+            EXPECT_EQ(written, s[0] == 'o' ? fromHex(s.substr(4)) : written);
+            const std::string read = "a" + std::to_string(cipherGetMode(ctx.get())) + "," +
+                                     std::to_string(cipherGetPadding(ctx.get())) + "," +
+                                     std::to_string(cipherGetSegmentLen(ctx.get()));
+            EXPECT_EQ(s[0] == 'a' ? read : s, s);
+            EXPECT_TRUE(s != "c" || (cipherGetMode(ctx.get()) == 0 && ctx->iv == nullptr && ctx->reg == nullptr &&
+                                     zeros(ctx->key, 32)));
+            unsigned n = 0, cap = 0, status = 0, len = 0;
+            const bool update = s[0] == 'u' || s[0] == 'n';
+            if (!update && s[0] != 'f' && s[0] != 'q') continue;
+            ASSERT_EQ(update ? std::sscanf(s.c_str() + 1, "%u,%u=%u,%u", &n, &cap, &status, &len)
+                             : std::sscanf(s.c_str() + 1, "%u=%u,%u", &cap, &status, &len) + 1, 4);
+            Bytes in(n);
+            for (size_t j = 0; j < n && at + j < data.size(); ++j) in[j] = data[at + j];
+            std::unique_ptr<uint8_t[]> buf(new uint8_t[cap]);
+            uint8_t* out = s[0] == 'n' || s[0] == 'q' ? nullptr : buf.get();
+            uint32_t got = cap;
+            EXPECT_EQ(update ? cipherUpdate(ctx.get(), in.data(), n, out, &got) : cipherFinal(ctx.get(), out, &got),
+                      status);
+            EXPECT_EQ(got, len);
+            if (status == 0 && out != nullptr) written.insert(written.end(), buf.get(), buf.get() + got);
+            at += status == 0 && update ? n : 0;
         }
     }
-    EXPECT_EQ(cipherCtxInit(nullptr, 1, kKey.data(), 8, nullptr, 0, 0), CIPHER_NULL_CONTEXT);
 }
 
-TEST(Cipher, AccessorsAndLifeCycle) {
+TEST(Cipher, NullHoldersAndContexts) {
     EXPECT_EQ(cipherGetMode(nullptr), 0xFFFFFFFFu);
     EXPECT_EQ(cipherGetSegmentLen(nullptr), 0xFFFFFFFFu);
     EXPECT_EQ(cipherGetPadding(nullptr), -1);
-    EXPECT_EQ(cipherCtxSize(), sizeof(CipherCtx));
-    EXPECT_EQ(cipherCtxAlloc(nullptr), CIPHER_NULL_CONTEXT);
-    EXPECT_EQ(cipherCtxFree(nullptr), CIPHER_NULL_CONTEXT);
+    CtxPtr ctx = make({"1", "-", "8", "0"}, CIPHER_ECB_ENCRYPT);
     CipherCtx* none = nullptr;
-    EXPECT_EQ(cipherCtxFree(&none), CIPHER_NULL_CONTEXT);
-
-    auto ctx = makeCtx(CIPHER_CFB_ENCRYPT, 3, Bytes(8, 9), 0);
-    EXPECT_EQ(cipherGetMode(ctx.get()), CIPHER_CFB_ENCRYPT);
-    EXPECT_EQ(cipherGetSegmentLen(ctx.get()), 3u);
-    EXPECT_EQ(cipherGetPadding(ctx.get()), 0);
-
-    // A copy taken mid-stream continues exactly as the original.
-    const Bytes head(5, 0x11), tail(13, 0x22);
-    uint8_t scratch[16];
-    uint32_t len = sizeof scratch;
-    cipherUpdate(ctx.get(), head.data(), 5, scratch, &len);
-    auto copy = makeCtx(CIPHER_ECB_ENCRYPT, 8, {}, 0);
-    EXPECT_EQ(cipherCtxCopy(copy.get(), ctx.get()), 0u);
-    EXPECT_EQ(runStream(copy.get(), tail, {4}), runStream(ctx.get(), tail, {13}));
-    EXPECT_EQ(cipherCtxCopy(nullptr, ctx.get()), CIPHER_NULL_CONTEXT);
-
-    // The final wipes the key and the held bytes.
-    EXPECT_EQ(cipherGetMode(ctx.get()), 0u);
-    EXPECT_EQ(Bytes(reinterpret_cast<uint8_t*>(ctx->key), reinterpret_cast<uint8_t*>(ctx->key) + 32), Bytes(32, 0));
-    EXPECT_EQ(ctx->pendingLen, 0u);
-}
-
-TEST(Cipher, UpdateAndFinalStatusCodes) {
-    const Bytes data(8, 0xAB);
-    uint8_t out[16];
-    uint32_t len = 16;
-
-    auto ecb = makeCtx(CIPHER_ECB_ENCRYPT, 8, {}, 2);
-    EXPECT_EQ(cipherUpdate(nullptr, data.data(), 8, out, &len), CIPHER_NULL_CONTEXT);
-    len = 16;
-    EXPECT_EQ(cipherUpdate(ecb.get(), data.data(), 0, out, &len), 0u);
-    EXPECT_EQ(len, 0u);
-    // Encryption with padding writes the whole block at once: capacity 7 is too small.
-    len = 7;
-    auto seven = exactBuffer(7);
-    EXPECT_EQ(cipherUpdate(ecb.get(), data.data(), 8, seven.get(), &len), CIPHER_SHORT_OUTPUT);
-    EXPECT_EQ(len, 0u);
-    len = 7;  // a gamma mode needs the input length
-    auto ctr = makeCtx(CIPHER_CTR_ENCRYPT, 8, Bytes(4, 0), 0);
-    EXPECT_EQ(cipherUpdate(ctr.get(), data.data(), 8, seven.get(), &len), CIPHER_SHORT_OUTPUT);
-    EXPECT_EQ(len, 0u);
-
-    // ECB with padding 0 and 3 pending bytes: 5 are missing; the context is kept.
-    auto bare = makeCtx(CIPHER_ECB_ENCRYPT, 8, {}, 0);
-    len = 16;
-    cipherUpdate(bare.get(), data.data(), 3, out, &len);
-    len = 16;
-    EXPECT_EQ(cipherFinal(bare.get(), out, &len), CIPHER_PARTIAL_BLOCK);
-    EXPECT_EQ(len, 5u);
-    EXPECT_EQ(cipherGetMode(bare.get()), CIPHER_ECB_ENCRYPT);
-    len = 16;
-    EXPECT_EQ(cipherUpdate(bare.get(), data.data(), 5, out, &len), 0u);
-    EXPECT_EQ(len, 8u);
-    len = 16;
-    EXPECT_EQ(cipherFinal(bare.get(), out, &len), 0u);
-    EXPECT_EQ(len, 0u);
-    len = 16;
-    EXPECT_EQ(cipherUpdate(bare.get(), data.data(), 8, out, &len), CIPHER_BAD_MODE);  // finished
-
-    // MAC of length 3 into 2 bytes: 3 is needed; the final can then be repeated.
-    auto mac = makeCtx(CIPHER_MAC, 3, {}, 3);
-    len = 0;
-    cipherUpdate(mac.get(), data.data(), 8, nullptr, &len);
-    len = 0;
-    EXPECT_EQ(cipherFinal(mac.get(), nullptr, &len), 0u);
-    EXPECT_EQ(len, 3u);
-    len = 2;
-    EXPECT_EQ(cipherFinal(mac.get(), out, &len), CIPHER_SHORT_OUTPUT);
-    EXPECT_EQ(len, 3u);
-    EXPECT_EQ(cipherFinal(mac.get(), out, &len), 0u);
-    EXPECT_EQ(len, 3u);
-}
-
-TEST(Cipher, PaddingTwoAddsAndStripsAWholeBlock) {
-    const Bytes eight = fromHex("0102030405060708");
-    const Bytes enc = runStream(makeCtx(CIPHER_ECB_ENCRYPT, 8, {}, 2).get(), eight, {8});
-    ASSERT_EQ(enc.size(), 16u);
-    auto dec = makeCtx(CIPHER_ECB_DECRYPT, 8, {}, 2);
-    EXPECT_EQ(runStream(dec.get(), enc, {16}), eight);
-
-    // The padding block with room for only 3 of its 7 plain bytes: 3, then retry.
-    const Bytes sevenEnc = runStream(makeCtx(CIPHER_ECB_ENCRYPT, 8, {}, 2).get(), Bytes(7, 0x55), {7});
-    auto retry = makeCtx(CIPHER_ECB_DECRYPT, 8, {}, 2);
-    uint8_t out[8];
+    uint8_t buf[8] = {};
     uint32_t len = 8;
-    EXPECT_EQ(cipherUpdate(retry.get(), sevenEnc.data(), 8, out, &len), 0u);
-    EXPECT_EQ(len, 0u);  // held back for the final
-    len = 3;
-    EXPECT_EQ(cipherFinal(retry.get(), out, &len), CIPHER_SHORT_OUTPUT);
-    EXPECT_EQ(len, 7u);
-    len = 8;
-    EXPECT_EQ(cipherFinal(retry.get(), out, &len), 0u);
-    EXPECT_EQ(Bytes(out, out + len), Bytes(7, 0x55));
-
-    // A last block that does not end in 80 00 .. is a padding error, also for CBC.
-    for (uint32_t mode : {CIPHER_ECB_DECRYPT, CIPHER_CBC_DECRYPT}) {
-        auto bad = makeCtx(mode, 8, Bytes(8, 3), 2);
-        uint32_t status = 0;
-        runStream(bad.get(), eight, {8}, false, &status);
-        EXPECT_EQ(status, CIPHER_BAD_PADDING) << mode;
-    }
+    for (uint32_t status : {cipherCtxAlloc(nullptr), cipherCtxFree(nullptr), cipherCtxFree(&none),
+                            cipherCtxInit(nullptr, 1, kKey.data(), 8, nullptr, 0, 0), cipherCtxCopy(nullptr, ctx.get()),
+                            cipherCtxCopy(ctx.get(), nullptr), cipherUpdate(nullptr, buf, 8, buf, &len),
+                            cipherFinal(nullptr, buf, &len)})
+        EXPECT_EQ(status, 2u);
 }
