@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cctype>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,29 +17,12 @@ std::string toHex(const unsigned char* data, size_t len) {
     return out;
 }
 
+// Stops at the first pair that is not two hex digits: "null", "-" and a NUL read as no bytes.
 std::vector<unsigned char> fromHex(const std::string& hex) {
     std::vector<unsigned char> out;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
+    for (size_t i = 0; i + 1 < hex.size() && std::isxdigit(hex[i] & 0xFF) && std::isxdigit(hex[i + 1] & 0xFF); i += 2)
         out.push_back(static_cast<unsigned char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
     return out;
-}
-
-// rhash's output, upper-cased; throws if it fails or says nothing.
-std::string rhashFile(const std::string& algorithm, const std::string& path) {
-    const std::string command = "rhash --printf='%{" + algorithm + "}' '" + path + "' 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    std::string out;
-    char buf[256];
-    for (size_t got; pipe != nullptr && (got = std::fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, got);
-    if (pipe == nullptr || pclose(pipe) != 0 || out.empty()) throw std::runtime_error("failed: " + command);
-    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return out;
-}
-
-std::string rhashBytes(const std::string& algorithm, const std::string& bytes) {
-    TempDir dir;
-    writeFile(dir.file("data"), bytes);
-    return rhashFile(algorithm, dir.file("data"));
 }
 
 std::string readFile(const std::string& path) {
@@ -49,9 +31,7 @@ std::string readFile(const std::string& path) {
 }
 
 void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!out) throw std::runtime_error("cannot write " + path);
+    if (!(std::ofstream(path, std::ios::binary) << bytes)) throw std::runtime_error("cannot write " + path);
 }
 
 std::vector<std::vector<std::string>> rows(const std::string& path) {
@@ -66,15 +46,8 @@ std::vector<std::vector<std::string>> rows(const std::string& path) {
     return out;
 }
 
-TempDir::TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "veltcheck-test-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+TempDir::TempDir(const std::string& parent) : path_(parent + "/veltcheck-test-XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
 }
 
 }  // namespace testsupport

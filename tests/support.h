@@ -1,18 +1,16 @@
-// Helpers shared by the unit and end-to-end tests.
+// Helpers shared by the unit tests and the fuzz targets.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
 namespace testsupport {
 
 std::string toHex(const unsigned char* data, size_t len);
+inline std::string toHex(const std::vector<unsigned char>& bytes) { return toHex(bytes.data(), bytes.size()); }
+// The bytes of the whole pairs of hex digits (either case) the text begins with.
 std::vector<unsigned char> fromHex(const std::string& hex);
-
-// Digest of a file by rhash, upper-case hex; algorithm is rhash's name, e.g. "gost12-256".
-std::string rhashFile(const std::string& algorithm, const std::string& path);
-// The same for bytes, through a scratch file.
-std::string rhashBytes(const std::string& algorithm, const std::string& bytes);
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
@@ -20,14 +18,15 @@ void writeFile(const std::string& path, const std::string& bytes);
 // The rows of a data file: its lines split at blanks, less blank lines and "#" comments.
 std::vector<std::vector<std::string>> rows(const std::string& path);
 
-// A fresh directory under the system's temporary folder, removed on destruction.
+// A fresh directory under parent, by default the system's temporary folder, removed on destruction.
 struct TempDir {
-    TempDir();
-    ~TempDir();
+    explicit TempDir(const std::string& parent = std::filesystem::temp_directory_path().string());
+    ~TempDir() { std::filesystem::remove_all(path_, ignored_); }
     TempDir(const TempDir&) = delete;
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
     std::string path_;
+    std::error_code ignored_;
 };
 
 }  // namespace testsupport

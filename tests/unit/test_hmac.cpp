@@ -14,8 +14,7 @@ TEST(Hmac, KnownAnswersAndDerivations) {
     for (const auto& row : testsupport::rows(VELT_VECTORS_DIR "/hmac.txt")) {
         SCOPED_TRACE(row[0] + " " + row[1] + " " + row[2]);
         std::vector<std::vector<unsigned char>> f;
-        for (const std::string& s : row)  // the hex fields as bytes
-            f.push_back(testsupport::fromHex(s.find_first_not_of("0123456789ABCDEF") == s.npos ? s : ""));
+        for (const std::string& s : row) f.push_back(testsupport::fromHex(s));  // the hex fields as bytes
         auto arg = [&](size_t i) { return row[i] == "null" ? nullptr : f[i].data(); };
         auto len = [&](size_t i) { return static_cast<int>(f[i].size()); };
         std::vector<uint8_t> out(8192);
@@ -34,9 +33,9 @@ TEST(Hmac, KnownAnswersAndDerivations) {
         }
         const size_t at = row[0] == "kdf" ? 1 : 3;
         uint8_t* const dst = row.back() == "null" ? nullptr : out.data();
-        const int result = at == 1 ? kdf256(arg(1), arg(2), len(2), arg(3), len(3), dst)
-                                   : kdfTree256(arg(3), arg(4), len(4), arg(5), len(5), std::stoi(row[1]),
-                                                std::stoull(row[2]), dst);
+        const int result =
+            at == 1 ? kdf256(arg(1), arg(2), len(2), arg(3), len(3), dst)
+                    : kdfTree256(arg(3), arg(4), len(4), arg(5), len(5), std::stoi(row[1]), std::stoull(row[2]), dst);
         EXPECT_EQ(result, std::stoi(row[at + 3]));
         EXPECT_EQ(row.back().size() < 5 ? row.back() : toHex(out.data(), f.back().size()), row.back());
     }

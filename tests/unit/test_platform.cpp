@@ -2,7 +2,6 @@
 #include <sys/types.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <string>
 
@@ -22,9 +21,8 @@ TEST(TimeStamp, ClockOfTheCLocaleBeyond2038) {
     setenv("TZ", "UTC", 1);
     tzset();
     for (const auto& r : testsupport::rows(VELT_VECTORS_DIR "/timestamps.txt")) {
-        char out[256];
-        std::memset(out, 'x', sizeof out);
-        formatTimeStamp(static_cast<std::time_t>(std::stoll(r[0])), out, std::stoul(r[1]));
-        EXPECT_EQ(std::string(out), r[2] == "-" ? "" : r[2]) << r[0];
+        std::string out(256, 'x');
+        formatTimeStamp(static_cast<std::time_t>(std::stoll(r[0])), out.data(), std::stoul(r[1]));
+        EXPECT_EQ(out.c_str(), r[2] == "-" ? "" : r[2]) << r[0];
     }
 }
