@@ -69,3 +69,11 @@ TEST(Apdu, OnlyT0AndT1AreSent) {
             << protocol;
     }
 }
+
+// A null SSN buffer is refused before anything is sent: with one, the bad handle fails the select.
+TEST(Apdu, NullSsnBufferSendsNothing) {
+    char ssn[kSsnBufferChars] = "untouched";
+    EXPECT_EQ(obtainSpecificSSN(0, SCARD_PROTOCOL_T1, nullptr, true), 0);
+    EXPECT_EQ(obtainSpecificSSN(0, SCARD_PROTOCOL_T1, ssn, true), -1);
+    EXPECT_STREQ(ssn, "untouched");
+}
