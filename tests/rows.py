@@ -298,15 +298,17 @@ def run_steps(expand, name, steps, cards, chaos):
 
 
 # Runs command with bash in folder, veltcheck standing for the program (in
-# memcheck for run: rows under VELT_VALGRIND); a row with no card runs with
-# no PC/SC service.
+# memcheck for run: rows under VELT_VALGRIND) and procedure for the card
+# procedures' own runner; a row with no card runs with no PC/SC service.
 def shell(command, folder, cards, key):
     program = f"exec -a veltcheck '{VELTCHECK}' \"$@\""
     if key == "run" and os.environ.get("VELT_VALGRIND"):
         program = (f"PATH='{os.path.dirname(VELTCHECK)}':$PATH exec valgrind --quiet --error-exitcode=99 "
                    "--leak-check=full --errors-for-leak-kinds=definite veltcheck \"$@\"")
     service = "" if cards else "export PCSCLITE_CSOCK_NAME=/nonexistent/pcscd.comm\n"
-    script = f"{service}veltcheck() {{ {program}; }}\ncd '{folder}' || exit 99\n{command}\n"
+    procedure = os.path.join(os.path.dirname(VELTCHECK), "tests", "card_procedure")
+    script = f"{service}veltcheck() {{ {program}; }}\nprocedure() {{ exec '{procedure}' \"$@\"; }}\n"
+    script += f"cd '{folder}' || exit 99\n{command}\n"
     try:
         p = subprocess.run(["bash", "-c", script], stdout=subprocess.PIPE, timeout=300)
     except subprocess.TimeoutExpired:
@@ -332,8 +334,10 @@ def genuine(log, sn, header, data):
 # not print, nor without the card's own answers that justify it.
 def campaign(defines, rows, runs):
     seed = int(os.environ.get("VELT_FAULT_SEED") or random.randrange(2 ** 32))
-    # Rows of one card and no faults of their own: the campaign's faults would change their counting.
-    alone = [(n, s) for n, s in rows if sum(k in ("card", "pcscd", "answer") for k, _ in s) == 1]
+    # Rows of one card and no faults of their own (the campaign's faults would change their counting) that
+    # run the program first.
+    alone = [(n, s) for n, s in rows if sum(k in ("card", "pcscd", "answer") for k, _ in s) == 1
+             and next(k for k, _ in s if k in ("run", "shell")) == "run"]
     cards = {}
     for run in range(runs):
         rng = random.Random(seed * 1000003 + run)
