@@ -113,12 +113,14 @@ TEST(Cipher, StatusOfEveryCall) {
             EXPECT_EQ(written, s[0] == 'o' ? fromHex(s.substr(4)) : written);
             std::vector<int64_t> results;  // of a step that sets up, reads, copies or frees
             if (s[0] == 's') results = {setUp()};
-            if (s[0] == 'a') results = {cipherGetMode(c), cipherGetPadding(c), cipherGetSegmentLen(c)};
+            if (s[0] == 'a')  // the accessors, and the record's register length other tools read
+                results = {cipherGetMode(c), cipherGetPadding(c), cipherGetSegmentLen(c), c ? int64_t{c->ivLen} : -1};
             if (s[0] == 'k') results = {cipherCtxCopy(c, ctx.get()), cipherCtxCopy(ctx.get(), c)};
             if (s[0] == 'h') results = {cipherCtxAlloc(nullptr), cipherCtxFree(nullptr), cipherCtxFree(&c)};
             std::string said = results.empty() ? s : s.substr(0, 1);
             for (size_t j = 0; j < results.size(); ++j) said += (j > 0 ? "," : "") + std::to_string(results[j]);
             EXPECT_EQ(said, s);
+            EXPECT_EQ(s[0] == 'm' ? "m:" + testsupport::toHex(c->reg, c->ivLen) : s, s);
             EXPECT_TRUE(s != "c" || (cipherGetMode(c) == 0 && c->iv == nullptr && c->reg == nullptr &&
                                      !std::memcmp(c->key, kZeros, 32)));
             unsigned n = 0, cap = 0, status = 0, len = 0;
