@@ -186,10 +186,12 @@ def stop_pcscd(sig=signal.SIGTERM):
 
 def set_up(text):  # "READER [T0] [61] [gost] [admin] [ssn] [ssn2] [sn=HEX] [ssn=CODE:HEX]"
     words, aids = text.split(), {"gost": "AidGost2", "admin": "AidAdmin", "ssn": "AidSsn", "ssn2": "AidSsnAlt"}
-    given = dict(w.split("=") for w in words if "=" in w)
-    code, ssn = given.get("ssn", "A0:").split(":")
-    return SimCard([CMD[aids[w]] for w in words if w in aids], "T0" in words, "61" in words,
-                   bytes.fromhex(given.get("sn", "0102030405060708")), int(code, 16), bytes.fromhex(ssn))
+    given, chosen = dict(w.split("=") for w in words if "=" in w), {}  # the rest as SimCard has it
+    if "sn" in given:
+        chosen["sn"] = bytes.fromhex(given["sn"])
+    if "ssn" in given:
+        chosen.update(ssn_code=int(given["ssn"][:2], 16), ssn=bytes.fromhex(given["ssn"][3:]))
+    return SimCard([CMD[aids[w]] for w in words if w in aids], "T0" in words, "61" in words, **chosen)
 
 
 def remove(cards):
@@ -378,19 +380,20 @@ def campaign(defines, rows, runs):
 # each configured one two slots), every reader is visited, in PC/SC's order.
 def readers():
     config, pad = tempfile.mkdtemp(), "0" * 112
+    walk = lambda mode="-cs": shell("veltcheck " + mode, config, True, "")  # noqa: E731
     wants = {"-cs": "\r\napplet checksum mode:\r\n", "-ta": "\r\nVeltora Admin checksum mode:\r\n"}
-    start_pcscd("-c", config, up=lambda: shell("veltcheck -cs", config, True, "")[0].endswith("empty\r\n"))
+    start_pcscd("-c", config, up=lambda: walk()[0].endswith("empty\r\n"))
     for mode, banner in wants.items():
         want = banner + "\r\nReaders list is empty\r\n"
-        check(f"no reader, {mode}", shell("veltcheck " + mode, config, True, ""), (want, 0))
+        check(f"no reader, {mode}", walk(mode), (want, 0))
     stop_pcscd()
     for i in range(8):
         open(os.path.join(config, f"vpcd{i}"), "w").write(
             f'FRIENDLYNAME "Reader {i} {pad}"\nDEVICENAME /dev/null:0x{36100 + 2 * i:X}\n'
             f"LIBPATH /usr/lib/pcsc/drivers/serial/libifdvpcd.so\nCHANNELID 0x{36100 + 2 * i:X}\n")
     lines = sorted(f" Reader {i} {pad} 00 0{s} : card not found\r\n" for i in range(8) for s in (0, 1))
-    start_pcscd("-c", config, up=lambda: shell("veltcheck -cs", config, True, "")[0].count("not found") == 16)
-    out, status = shell("veltcheck -cs", config, True, "")
+    start_pcscd("-c", config, up=lambda: walk()[0].count("not found") == 16)
+    out, status = walk()
     check("sixteen readers", (out[:27], sorted(out[27:].splitlines(True)), status), (wants["-cs"] + "\r\n", lines, 0))
     stop_pcscd()
     shutil.rmtree(config)
